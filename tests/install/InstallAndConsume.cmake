@@ -1,0 +1,27 @@
+# Installs the built library into a staging prefix, then configures, builds and runs a small
+# consumer project against it twice: once through find_package(zq CONFIG), once through
+# pkg-config.
+file(REMOVE_RECURSE ${ZQ_STAGE} ${ZQ_CONSUMER_BINARY})
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "failed (${result}): ${ARGN}\n${out}\n${err}")
+  endif()
+endfunction()
+
+run(${CMAKE_COMMAND} --install ${ZQ_BINARY_DIR} --prefix ${ZQ_STAGE})
+foreach(forbidden include/zq/platform)
+  if(EXISTS ${ZQ_STAGE}/${forbidden})
+    message(FATAL_ERROR "installed a private folder: ${forbidden}")
+  endif()
+endforeach()
+
+foreach(mode package pkgconfig)
+  set(bin ${ZQ_CONSUMER_BINARY}/${mode})
+  run(${CMAKE_COMMAND} -S ${ZQ_CONSUMER_SOURCE} -B ${bin} -DCMAKE_PREFIX_PATH=${ZQ_STAGE}
+      -DCONSUMER_MODE=${mode} -DCMAKE_CXX_FLAGS=${ZQ_CXX_FLAGS} -DCMAKE_BUILD_TYPE=Debug)
+  run(${CMAKE_COMMAND} --build ${bin})
+  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${ZQ_STAGE}/lib:${ZQ_STAGE}/lib64 ${bin}/consumer)
+endforeach()
+message(STATUS "consumer built and ran against ${ZQ_STAGE}")

@@ -1,0 +1,28 @@
+// Running a program as a child process and reading how it ended.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace zq {
+namespace test {
+
+struct ChildResult {
+  bool exited = false;   // ended through exit(); false when killed by a signal or timed out
+  int exitCode = -1;     // exit status when `exited`
+  int signal = 0;        // the signal that ended it, if any
+  bool timedOut = false;
+  std::string output;    // standard output and standard error, interleaved
+};
+
+// Runs argv[0] (searched in PATH when it has no slash) with the given arguments and working
+// folder (empty: the current one). A child still running at `timeout` is killed.
+ChildResult runChild(const std::vector<std::string>& argv, const std::string& workingDirectory = std::string(),
+                     std::chrono::seconds timeout = std::chrono::seconds(120));
+
+// The path of the running test program, for tests that re-run it with a filter.
+std::string selfExecutable();
+
+}  // namespace test
+}  // namespace zq
