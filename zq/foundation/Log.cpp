@@ -4,7 +4,9 @@
 #include <zq/platform/DebugOutput.h>
 #include <zq/platform/Files.h>
 
+#include <algorithm>
 #include <cwchar>
+#include <iterator>
 #include <fstream>
 #include <new>
 
@@ -88,9 +90,15 @@ const std::wstring& Log::pre(ELevel level, std::wstring& o_prefix) {
   const long long seconds = ticks / 10000000;
   const long long ms = ticks / 10000 - seconds * 1000;
 
-  std::tm local{};
-  wchar_t stamp[32] = {};
-  if (platform::localTime(static_cast<std::time_t>(seconds), local)) std::wcsftime(stamp, 32, kFormat, &local);
+  // Lines come many to a second: each thread formats a second once and reuses the text.
+  thread_local long long cachedSeconds = -1;
+  thread_local wchar_t stamp[32];
+  if (seconds != cachedSeconds) {
+    std::tm local{};
+    std::fill(std::begin(stamp), std::end(stamp), L'\0');
+    if (platform::localTime(static_cast<std::time_t>(seconds), local)) std::wcsftime(stamp, 32, kFormat, &local);
+    cachedSeconds = seconds;
+  }
   o_prefix += stamp;
   o_prefix += ms < 10 ? L".00" : ms < 100 ? L".0" : L".";
   o_prefix += std::to_wstring(ms);
@@ -139,6 +147,7 @@ namespace internal {
 LogLine::LogLine(Log& log, std::wostream& stream, Log::ELevel level, const char* function) : m_stream(stream) {
   // Everything but the write happens before the lock, so the mutex is held briefly.
   std::wstring prefix;
+  prefix.reserve(96);
   log.pre(level, prefix);
   prefix += L'[';
   prefix += tconvert(function);

@@ -1,0 +1,287 @@
+#include <zq/foundation/Log.h>
+
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include <unistd.h>
+
+namespace zq {
+namespace {
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// A stream that tells when it is deleted.
+struct TrackedStream : std::wostringstream {
+  explicit TrackedStream(bool* deleted) : m_deleted(deleted) {}
+  ~TrackedStream() override { *m_deleted = true; }
+  bool* m_deleted;
+};
+
+class LogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/zq-log-test-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(pattern));
+    m_dir = pattern;
+  }
+  void TearDown() override {
+    m_log.closeLogFile();
+    std::system(("rm -rf " + m_dir).c_str());
+  }
+  std::string path(const std::string& name) const { return m_dir + "/" + name; }
+  std::wstring wpath(const std::string& name) const { return wconvert(path(name)); }
+
+  Log m_log;  // a private instance; ZQ_LOG_ON writes through it exactly as ZQ_LOG does through the global one
+  std::string m_dir;
+};
+
+TEST_F(LogTest, SilentWithoutStreamsAndBodyNotEvaluated) {
+  for (int level = 0; level < 5; ++level) EXPECT_EQ(nullptr, m_log.getStream(static_cast<Log::ELevel>(level)));
+  int evaluated = 0;
+  ZQ_LOG_ON(m_log, Log::Fatal, "zq::LogTest", "side effect " << ++evaluated);
+  EXPECT_EQ(0, evaluated);
+
+  std::wostringstream out;
+  m_log.setStream(Log::Warning, &out, false);
+  m_log.setLogLevel(Log::Critical);
+  ZQ_LOG_ON(m_log, Log::Warning, "zq::LogTest", "filtered " << ++evaluated);
+  EXPECT_EQ(0, evaluated) << "a filtered statement evaluates nothing of its body";
+  EXPECT_TRUE(out.str().empty());
+}
+
+TEST_F(LogTest, ThresholdAndSlotsDecideWhatIsWritten) {
+  std::wostringstream out;
+  for (int level = 0; level < 5; ++level) m_log.setStream(static_cast<Log::ELevel>(level), &out, false);
+  EXPECT_EQ(Log::Debug, m_log.logLevel());
+
+  const struct {
+    void (Log::*setter)();
+    Log::ELevel level;
+  } setters[] = {{&Log::setDebugLogLevel, Log::Debug},        {&Log::setMessageLogLevel, Log::Message},
+                 {&Log::setWarningLogLevel, Log::Warning},    {&Log::setImportantLogLevel, Log::Warning},
+                 {&Log::setErrorLogLevel, Log::Critical},     {&Log::setFatalErrorLogLevel, Log::Fatal}};
+  for (const auto& s : setters) {
+    (m_log.*s.setter)();
+    EXPECT_EQ(s.level, m_log.logLevel());
+    for (int level = 0; level < 5; ++level) {
+      out.str(L"");
+      ZQ_LOG_ON(m_log, level, "zq::LogTest", "x");
+      EXPECT_EQ(level >= s.level, !out.str().empty()) << "threshold " << s.level << ", level " << level;
+    }
+  }
+
+  // Out-of-range levels: getStream falls back to slot 0, setStream does nothing.
+  std::wostringstream zero;
+  m_log.setStream(Log::Debug, &zero, false);
+  EXPECT_EQ(&zero, m_log.getStream(static_cast<Log::ELevel>(7)));
+  m_log.setStream(static_cast<Log::ELevel>(5), &out, true);
+  m_log.setStream(static_cast<Log::ELevel>(-1), &out, true);
+  EXPECT_EQ(&zero, m_log.getStream(Log::Debug));
+}
+
+TEST_F(LogTest, LineShapeAndPrefix) {
+  std::wostringstream out;
+  m_log.setStream(Log::Warning, &out, false);
+  const std::string narrow = "narrow";
+  ZQ_LOG_ON(m_log, Log::Warning, "zq::Log::setLogFile", "value " << std::hex << 255 << ' ' << narrow << L" wide");
+  ZQ_LOG_ON(m_log, Log::Warning, "zq::Log::setLogFile", "after " << 255);
+  const std::string text = convert(out.str());
+  const std::regex line(
+      R"(\d{4}\.\d{2}\.\d{2} \d{2}:\d{2}:\d{2}\.\d{3} WARNING  \[zq::Log::setLogFile\] value ff narrow wide
+\d{4}\.\d{2}\.\d{2} \d{2}:\d{2}:\d{2}\.\d{3} WARNING  \[zq::Log::setLogFile\] after 255
+)");
+  EXPECT_TRUE(std::regex_match(text, line)) << text;
+
+  const char* const tags[] = {"DEBUG   ", "LOG     ", "WARNING ", "CRITICAL", "!FATAL! ", "DEBUG   ", "DEBUG   "};
+  for (int level = 0; level < 7; ++level) {
+    std::wstring prefix = L">";
+    m_log.pre(static_cast<Log::ELevel>(level), prefix);
+    ASSERT_EQ(34u, prefix.size()) << "33 characters appended";
+    EXPECT_EQ(tags[level], convert(prefix.substr(25, 8)));
+    EXPECT_EQ(L' ', prefix.back());
+  }
+  EXPECT_STREQ("Critical", Log::s_logLevels[Log::Critical].name);
+  EXPECT_STREQ("GNRL", Log::s_modules[0].tag);
+  EXPECT_STREQ("HTTP", Log::s_modules[1].name);
+
+  std::wostringstream direct;
+  m_log.setStream(Log::Fatal, &direct, false);
+  EXPECT_EQ(&direct, &m_log.pre(Log::Fatal));
+  EXPECT_EQ(33u, direct.str().size());
+}
+
+TEST_F(LogTest, MillisecondsAlwaysHaveThreeDigitsAndMatchTheClock) {
+  // Walk through the milliseconds of a second until values below 10, below 100 and above
+  // have each been seen, and check every reading against the clock around it.
+  bool seen[3] = {false, false, false};
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!(seen[0] && seen[1] && seen[2]) && std::chrono::steady_clock::now() < deadline) {
+    const auto before = std::chrono::system_clock::now();
+    std::wstring prefix;
+    m_log.pre(Log::Debug, prefix);
+    const auto after = std::chrono::system_clock::now();
+    ASSERT_EQ(L'.', prefix[19]);
+    const std::wstring digits = prefix.substr(20, 3);
+    ASSERT_EQ(std::wstring::npos, digits.find_first_not_of(L"0123456789")) << prefix;
+    const int ms = std::stoi(digits);
+    const auto msOf = [](std::chrono::system_clock::time_point t) {
+      return static_cast<int>(
+          std::chrono::duration_cast<std::chrono::milliseconds>(t.time_since_epoch()).count() % 1000);
+    };
+    const int lo = msOf(before), hi = msOf(after);
+    EXPECT_TRUE(lo <= hi ? (ms >= lo && ms <= hi) : (ms >= lo || ms <= hi)) << ms << " not in " << lo << ".." << hi;
+    seen[ms < 10 ? 0 : ms < 100 ? 1 : 2] = true;
+    std::this_thread::sleep_for(std::chrono::microseconds(700));
+  }
+  EXPECT_TRUE(seen[0] && seen[1] && seen[2]);
+}
+
+TEST_F(LogTest, LogFileTruncatesOrAppendsAndAnnouncesItsSuccessor) {
+  { std::ofstream(path("a.log")) << "old content\n"; }
+  m_log.setLogFile(wpath("a.log"), false);
+  ZQ_LOG_ON(m_log, Log::Message, "zq::LogTest", "first");
+  EXPECT_EQ(0u, readFile(path("a.log")).find("old content\n")) << "appending keeps what was there";
+
+  m_log.setLogFile(wpath("b.log"), true);
+  ZQ_LOG_ON(m_log, Log::Critical, "zq::LogTest", "second");
+  const std::string a = readFile(path("a.log"));
+  const std::string expectedEnd = "LOG      [zq::Log::setLogFile] Redirecting log to: \"" + path("b.log") + "\"\n";
+  ASSERT_GE(a.size(), expectedEnd.size());
+  EXPECT_EQ(expectedEnd, a.substr(a.size() - expectedEnd.size())) << a;
+  EXPECT_NE(std::string::npos, readFile(path("b.log")).find("[zq::LogTest] second"));
+
+  m_log.setLogFile(wpath("a.log"), true);
+  EXPECT_EQ(std::string::npos, readFile(path("a.log")).find("old content")) << "truncate starts afresh";
+
+  // No announcement once the threshold is above Message.
+  m_log.setErrorLogLevel();
+  m_log.setLogFile(wpath("c.log"), true);
+  EXPECT_EQ(std::string::npos, readFile(path("a.log")).find("c.log"));
+}
+
+TEST_F(LogTest, PerLevelFileAndCloseLogFile) {
+  m_log.setLogFile(wpath("all.log"), false);
+  m_log.setLogFile(Log::Message, wpath("messages.log"), false);
+  for (int level = 0; level < 5; ++level) ZQ_LOG_ON(m_log, level, "zq::LogTest", "level " << level);
+  const std::string all = readFile(path("all.log"));
+  const std::string messages = readFile(path("messages.log"));
+  for (int level = 0; level < 5; ++level) {
+    const std::string body = "[zq::LogTest] level " + std::to_string(level);
+    EXPECT_EQ(level == 1, messages.find(body) != std::string::npos) << level;
+    EXPECT_EQ(level != 1, all.find(body) != std::string::npos) << level;
+  }
+  m_log.closeLogFile();
+  for (int level = 0; level < 5; ++level) EXPECT_EQ(nullptr, m_log.getStream(static_cast<Log::ELevel>(level)));
+  m_log.closeLogFile();  // twice is fine
+  Log fresh;
+  fresh.closeLogFile();  // and on a log that never had a file
+}
+
+TEST_F(LogTest, OwnershipDecidesWhatIsDeleted) {
+  bool borrowedDeleted = false, ownedDeleted = false, replacedDeleted = false;
+  TrackedStream borrowed(&borrowedDeleted);
+  m_log.setStream(Log::Warning, &borrowed, false);
+  m_log.setStream(Log::Critical, new TrackedStream(&ownedDeleted), true);
+  m_log.setStream(Log::Fatal, new TrackedStream(&replacedDeleted), true);
+  m_log.setStream(Log::Fatal, nullptr, false);
+  EXPECT_TRUE(replacedDeleted) << "an owned stream is deleted when replaced";
+  m_log.closeLogFile();
+  EXPECT_FALSE(borrowedDeleted);
+  EXPECT_TRUE(ownedDeleted);
+
+  // The shared file is owned once, not per slot: replacing one slot must not delete it.
+  m_log.setLogFile(wpath("shared.log"), true);
+  std::wostringstream other;
+  m_log.setStream(Log::Debug, &other, false);
+  ZQ_LOG_ON(m_log, Log::Warning, "zq::LogTest", "still open");
+  EXPECT_NE(std::string::npos, readFile(path("shared.log")).find("still open"));
+}
+
+TEST_F(LogTest, UnopenablePathLeavesASilentLog) {
+  m_log.setLogFile(wconvert(m_dir + "/missing/folder/x.log"), true);
+  ASSERT_NE(nullptr, m_log.getStream(Log::Warning));
+  ZQ_LOG_ON(m_log, Log::Warning, "zq::LogTest", "vanishes");
+  m_log.setLogFile(Log::Fatal, wconvert(m_dir + "/missing/y.log"), false);
+  ZQ_LOG_ON(m_log, Log::Fatal, "zq::LogTest", "vanishes too");
+  m_log.closeLogFile();
+  EXPECT_FALSE(std::ifstream(m_dir + "/missing/folder/x.log").good());
+}
+
+TEST_F(LogTest, ConcurrentStatementsWriteWholeLines) {
+  m_log.setLogFile(wpath("threads.log"), true);
+  constexpr int kThreads = 4, kLines = 200;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([this, t] {
+      for (int i = 0; i < kLines; ++i) ZQ_LOG_ON(m_log, Log::Message, "zq::LogTest", "thread " << t << " line " << i);
+    });
+  }
+  for (auto& t : threads) t.join();
+  std::ifstream in(path("threads.log"));
+  const std::regex shape(R"(.{24}LOG      \[zq::LogTest\] thread \d line \d+)");
+  std::set<std::string> bodies;
+  for (std::string line; std::getline(in, line);) {
+    EXPECT_TRUE(std::regex_match(line, shape)) << line;
+    bodies.insert(line.substr(33));
+  }
+  EXPECT_EQ(static_cast<std::size_t>(kThreads * kLines), bodies.size());
+}
+
+TEST(LogDebuggerTest, EachFlushIsOneMessageAndNothingIsLostAtDestruction) {
+  test::DebuggerCapture capture;
+  Log::debugger() << L"first " << 1 << std::endl;
+  Log::debugger() << L"second" << std::flush;
+  {
+    basic_dostream<wchar_t> local;
+    local << L"unflushed";
+  }
+  const auto messages = capture.messages();
+  ASSERT_EQ(3u, messages.size());
+  EXPECT_EQ(L"first 1\n", messages[0]);
+  EXPECT_EQ(L"second", messages[1]);
+  EXPECT_EQ(L"unflushed", messages[2]);
+  EXPECT_EQ(&Log::debugger(), &Log::debugger());
+}
+
+TEST(LogDebuggerTest, DefaultSinkWritesUtf8ToStandardError) {
+  EXPECT_EXIT(
+      {
+        Log::debugger() << L"gr\u00FC\u00DF \U0001F600" << std::endl;
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80");
+}
+
+TEST_F(LogTest, StandardStreamsAreRedirectedAndABadPathChangesNothing) {
+  const std::string out = path("out.txt");
+  const std::string both = path("both.txt");
+  { std::ofstream(out) << "before\n"; }
+  EXPECT_EXIT(
+      {
+        Log::redirectStdOut(wconvert(out), true, false);
+        std::printf("appended\n");
+        Log::redirectStdErr(wconvert(m_dir + "/missing/err.txt"), false, false);
+        std::fprintf(stderr, "still on stderr\n");
+        Log::setStdOut(wconvert(both), false, true);
+        std::printf("to both\n");
+        std::fflush(stdout);
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "still on stderr");
+  EXPECT_EQ("before\nappended\n", readFile(out));
+  EXPECT_EQ("to both\n", readFile(both));
+}
+
+}  // namespace
+}  // namespace zq
