@@ -94,7 +94,11 @@ std::wistream& VersionNumber::readFrom(std::wistream& in) {
       if (c == L'V') break;
     }
   } else {
-    while (!atEnd(in)) {
+    // Look past the white space that >> would skip, so "Firmware 7.1" stops before the 7.
+    const bool skipsWhite = (in.flags() & std::ios_base::skipws) != 0;
+    for (;;) {
+      if (skipsWhite) in >> std::ws;
+      if (!in || atEnd(in)) break;
       const std::wistream::int_type next = in.peek();
       if (isDigit(next) || next == 0) break;
       if (!(in >> c)) break;
