@@ -140,8 +140,9 @@ std::string Base64::encode(const std::string& data, int flags) {
 }
 
 std::string Base64::decode(const std::string& text) {
-  // Sized by the bound without the "=" rebate, which text with surplus "=" would overrun.
-  std::vector<unsigned char> buffer((text.size() / 4) * 3 + text.size() % 4 + 1, 0);
+  // Not calcDencodedLength: text with surplus "=" would overrun it. Decoding never yields more
+  // bytes than it reads characters.
+  std::vector<unsigned char> buffer(text.size() + 1, 0);
   const std::size_t n = decode(text.data(), text.size(), buffer.data(), buffer.size());
   const auto end = std::find(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(n), 0);
   return std::string(buffer.begin(), end);
