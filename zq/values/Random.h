@@ -10,8 +10,9 @@ namespace zq {
 // A value with its state; belongs to one thread at a time.
 class ZQ_API Random {
  public:
-  // Only 0 and non-zero are told apart: any other value selects the mixed algorithm.
-  enum EAlgorithm { ALGORITHM_SIMPLE = 0, ALGORITHM_MIXED = 1 };
+  // Only 0 and non-zero are told apart: any other value selects the mixed algorithm (the fixed
+  // underlying type makes every int a valid value).
+  enum EAlgorithm : int { ALGORITHM_SIMPLE = 0, ALGORITHM_MIXED = 1 };
 
   Random();  // state 0, simple
   explicit Random(EAlgorithm algorithm);
