@@ -25,6 +25,7 @@ FileCacheEntry::~FileCacheEntry() {
 }
 
 FileCacheEntry& FileCacheEntry::operator=(const FileCacheEntry& other) {
+  if (this == &other) return *this;
   m_key = other.m_key;
   m_path = other.m_path;
   m_cost = other.m_cost;
