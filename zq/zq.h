@@ -10,4 +10,9 @@
 #include <zq/foundation/Text.h>
 
 // values
+#include <zq/values/Base64.h>
+#include <zq/values/DataStream.h>
+#include <zq/values/FileCache.h>
 #include <zq/values/Hash.h>
+#include <zq/values/Random.h>
+#include <zq/values/VersionNumber.h>

@@ -25,6 +25,9 @@ TEST(HashTest, KnownValuesAndFolding) {
   EXPECT_EQ(0u, zq::Hash::hash(nullptr, 0));
   EXPECT_EQ(0x41u, hashOf("A"));
   EXPECT_EQ((0x41u << 4) + 0x42u, hashOf("AB"));
+  // Fixed values, stored elsewhere: they must never change.
+  EXPECT_EQ(0x03C0757Du, hashOf("www.example.com"));
+  EXPECT_EQ(0x08657157u, hashOf("The quick brown fox jumps over the lazy dog"));
   // Long enough that the top bits fold back many times.
   const std::string texts[] = {"www.example.com", "192.168.100.200:8080", std::string(300, '\xff'),
                                std::string("a\0b", 3)};
