@@ -11,3 +11,7 @@
 
 // values
 #include <zq/values/Hash.h>
+
+// Net
+#include <zq/Net/HTParse.h>
+#include <zq/Net/Url.h>
