@@ -399,7 +399,11 @@ char* HTRelative(const char* name, const char* related) {
   char* const result = allocate(3 * levelsUp + tailLength + 1, "HTRelative");
   if (!result) return nullptr;
   char* out = result;
-  for (size_t i = 0; i < levelsUp; ++i, out += 3) std::memcpy(out, "../", 3);
+  for (size_t i = 0; i < levelsUp; ++i) {
+    *out++ = '.';
+    *out++ = '.';
+    *out++ = '/';
+  }
   std::memcpy(out, tail, tailLength + 1);
   return result;
 }
