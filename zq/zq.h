@@ -9,6 +9,10 @@
 #include <zq/foundation/Log.h>
 #include <zq/foundation/Text.h>
 
+// Net
+#include <zq/Net/HTParse.h>
+#include <zq/Net/Url.h>
+
 // values
 #include <zq/values/Base64.h>
 #include <zq/values/DataStream.h>
