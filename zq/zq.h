@@ -9,5 +9,10 @@
 #include <zq/foundation/Log.h>
 #include <zq/foundation/Text.h>
 
+// Net
+#include <zq/Net/IPAddress.h>
+#include <zq/Net/IPPort.h>
+#include <zq/Net/MacAddress.h>
+
 // values
 #include <zq/values/Hash.h>
