@@ -17,52 +17,118 @@ const IPAddress IPAddress::LOCALHOST(127, 0, 0, 1);
 
 namespace {
 
-int digitValue(char c, int base) {
-  int d;
-  if (c >= '0' && c <= '9') {
-    d = c - '0';
-  } else if (c >= 'a' && c <= 'f') {
-    d = c - 'a' + 10;
-  } else if (c >= 'A' && c <= 'F') {
-    d = c - 'A' + 10;
-  } else {
-    return -1;
+// Digit values for bases up to 16; 16 for anything else.
+struct DigitTable {
+  unsigned char value[256];
+  constexpr DigitTable() : value{} {
+    for (int c = 0; c < 256; ++c) {
+      value[c] = c >= '0' && c <= '9'   ? static_cast<unsigned char>(c - '0')
+                 : c >= 'a' && c <= 'f' ? static_cast<unsigned char>(c - 'a' + 10)
+                 : c >= 'A' && c <= 'F' ? static_cast<unsigned char>(c - 'A' + 10)
+                                        : 16;
+    }
   }
-  return d < base ? d : -1;
+};
+constexpr DigitTable kDigits;
+
+// The digit's value, or Base if `c` is no digit of that base.
+template <unsigned long Base>
+unsigned long digit(char c) {
+  const unsigned long d = kDigits.value[static_cast<unsigned char>(c)];
+  return d < Base ? d : Base;
 }
 
 bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // Reads a number from [p, end) exactly as strtol reads it (white space, sign, "0x" in base
 // 16, saturation at the range of long), but never past `end`; nothing readable is 0. The
-// parser's byte values depend on those rules, so they are kept, without strtol's need for a
+// parser's byte values depend on strtol's rules, so they are kept, without its need for a
 // terminator and its locale look-ups.
-long readNumber(const char* p, const char* end, int base) {
+template <unsigned long Base>
+long readNumber(const char* p, const char* end) {
   while (p < end && isSpace(*p)) ++p;
   bool negative = false;
   if (p < end && (*p == '+' || *p == '-')) {
     negative = *p == '-';
     ++p;
   }
-  if (base == 16 && end - p >= 3 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X') && digitValue(p[2], 16) >= 0) p += 2;
+  if (Base == 16 && end - p >= 3 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X') && digit<16>(p[2]) < 16) p += 2;
   const unsigned long limit = negative ? static_cast<unsigned long>(LONG_MAX) + 1 : LONG_MAX;
   unsigned long value = 0;
   bool overflow = false;
   for (; p < end; ++p) {
-    const int d = digitValue(*p, base);
-    if (d < 0) break;
-    if (value > (limit - static_cast<unsigned long>(d)) / static_cast<unsigned long>(base)) {
+    const unsigned long d = digit<Base>(*p);
+    if (d == Base) break;
+    if (value > (limit - d) / Base) {
       overflow = true;
     } else {
-      value = value * static_cast<unsigned long>(base) + static_cast<unsigned long>(d);
+      value = value * Base + d;
     }
   }
   if (overflow) return negative ? LONG_MIN : LONG_MAX;
   return negative ? static_cast<long>(0 - value) : static_cast<long>(value);
 }
 
+// One token: where it ends (its separator, or the end of the text) and, for a plain run of
+// hex digits, its value in base 16. Which base counts is known only at the separator.
+struct Token {
+  const char* begin;
+  const char* end;
+  bool plain;
+  bool letters;  // a digit above 9: the decimal value stops before it
+  unsigned long hex;
+  unsigned long dec;
+
+  long hexValue() const { return plain ? static_cast<long>(hex) : readNumber<16>(begin, end); }
+  long decValue() const {
+    if (!plain) return readNumber<10>(begin, end);
+    if (!letters) return static_cast<long>(dec);
+    unsigned long value = 0;
+    for (const char* p = begin; p < end && kDigits.value[static_cast<unsigned char>(*p)] < 10; ++p) {
+      value = value * 10 + kDigits.value[static_cast<unsigned char>(*p)];
+    }
+    return static_cast<long>(value);
+  }
+};
+
+Token readToken(const char* p, const char* end) {
+  // The usual token is a run of digits up to its separator. Fifteen digits fit in 60 bits in
+  // either base, so no overflow check is needed on this way.
+  unsigned long hex = 0;
+  unsigned long dec = 0;
+  bool letters = false;
+  const char* q = p;
+  for (const char* const limit = end - p > 15 ? p + 15 : end; q < limit; ++q) {
+    const unsigned long d = kDigits.value[static_cast<unsigned char>(*q)];
+    if (d == 16) break;
+    hex = hex * 16 + d;
+    dec = dec * 10 + d;
+    letters |= d > 9;
+  }
+  if (q == end || *q == ':' || *q == '.') return {p, q, true, letters, hex, dec};
+  while (q < end && *q != ':' && *q != '.') ++q;
+  return {p, q, false, true, 0, 0};
+}
+
+bool allEqual(const unsigned char* bytes, unsigned char value, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i) {
+    if (bytes[i] != value) return false;
+  }
+  return true;
+}
+
+// Indexes 4 to 15 of the IPv4 form; compared whole, which the compiler does in two loads.
+const unsigned char kMappedPrefix[12] = {0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const unsigned char kZeros[16] = {};
+
+bool ipv4Form(const unsigned char* bytes) { return std::memcmp(bytes + 4, kMappedPrefix, 12) == 0; }
+
+bool emptyValue(const unsigned char* bytes) { return std::memcmp(bytes, kZeros, ipv4Form(bytes) ? 4 : 16) == 0; }
+
+// The 16-bit group `index` (7 is the most significant); its higher byte is its high byte.
 unsigned int group(const unsigned char* bytes, int index) {
-  return static_cast<unsigned int>(bytes[2 * index + 1]) << 8 | bytes[2 * index];
+  const std::size_t low = 2 * static_cast<std::size_t>(index);
+  return static_cast<unsigned int>(bytes[low + 1]) << 8 | bytes[low];
 }
 
 // The text form into `out` (at least 40 characters); returns its length.
@@ -118,14 +184,76 @@ void localPairs(std::list<IPAddress>* addresses, std::list<IPAddress>* netmasks)
   }
 }
 
+// Groups are written downward from the top; "::" remembers where it stood and the groups
+// behind it are moved down afterwards. Nothing is validated: the value of a token is what
+// strtol would make of it. Bad text leaves what was written so far.
+bool parse(unsigned char* bytes, const char* text, std::size_t length) {
+  if (text == nullptr || length == 0) {
+    std::memset(bytes, 0, 16);
+    return false;
+  }
+  const char* const end = text + length;
+  int top = 16;  // the index above the next group
+  int gap = -1;  // `top` where "::" stood
+  int low = 4;   // the index above the next decimal octet
+  bool hex = true;
+  for (const char* p = text; p < end;) {
+    const Token token = readToken(p, end);
+    const char* const q = token.end;
+    const bool hexToken = q == end ? hex : *q == ':';
+    if (hexToken) {
+      if (!hex) return false;
+      if (q != p) {
+        if (top < 2) return false;
+        const unsigned long v = static_cast<unsigned long>(token.hexValue());
+        bytes[top - 1] = static_cast<unsigned char>(v >> 8);
+        bytes[top - 2] = static_cast<unsigned char>(v);
+        top -= 2;
+      } else if (p != text) {
+        if (gap >= 0) return false;
+        gap = top;
+      }
+    } else {
+      if (top < 4 || low < 1) return false;
+      --low;
+      hex = false;
+      bytes[low] = static_cast<unsigned char>(token.decValue());
+    }
+    p = q == end ? end : q + 1;
+  }
+
+  if (gap >= 0) {
+    const int count = gap - top;
+    if (!hex) {
+      // Groups behind "::" end at the dotted part, which sits in the low four bytes.
+      std::memmove(bytes + 4, bytes + top, static_cast<std::size_t>(count));
+      std::memset(bytes + 4 + count, 0, static_cast<std::size_t>(top - 4));
+      std::memset(bytes, 0, static_cast<std::size_t>(low));
+    } else {
+      std::memmove(bytes, bytes + top, static_cast<std::size_t>(count));
+      std::memset(bytes + count, 0, static_cast<std::size_t>(top));
+    }
+  } else if (hex) {
+    std::memset(bytes, 0, static_cast<std::size_t>(top));
+  } else if (top == 16) {
+    // Plain dotted text; octets it did not reach keep what they held.
+    bytes[4] = bytes[5] = 0xFF;
+    std::memset(bytes + 6, 0, 10);
+  } else {
+    std::memset(bytes + 4, 0, static_cast<std::size_t>(top - 4));
+    std::memset(bytes, 0, static_cast<std::size_t>(low));
+  }
+  return !emptyValue(bytes);
+}
+
 }  // namespace
 
 IPAddress::IPAddress(unsigned int value) : m_bytes{} { setIPv4Address(value); }
 
-IPAddress::IPAddress(const std::string& text) : m_bytes{} { setString(text); }
+IPAddress::IPAddress(const std::string& text) : m_bytes{} { parse(m_bytes, text.data(), text.size()); }
 
 IPAddress::IPAddress(const char* text) : m_bytes{} {
-  if (text != nullptr) setString(text, std::strlen(text));
+  if (text != nullptr) parse(m_bytes, text, std::strlen(text));
 }
 
 IPAddress::IPAddress(const unsigned char* bytes, std::size_t size) : m_bytes{} {
@@ -150,15 +278,12 @@ IPAddress::IPAddress(const sockaddr_in6* address) : m_bytes{} {
 }
 
 bool IPAddress::memcmpchr(const unsigned char* bytes, unsigned char value, std::size_t size) {
-  for (std::size_t i = 0; i < size; ++i) {
-    if (bytes[i] != value) return false;
-  }
-  return true;
+  return allEqual(bytes, value, size);
 }
 
-bool IPAddress::isIPv4() const { return m_bytes[4] == 0xFF && m_bytes[5] == 0xFF && memcmpchr(m_bytes + 6, 0, 10); }
+bool IPAddress::isIPv4() const { return ipv4Form(m_bytes); }
 
-bool IPAddress::isEmpty() const { return memcmpchr(m_bytes, 0, isIPv4() ? 4 : 16); }
+bool IPAddress::isEmpty() const { return emptyValue(m_bytes); }
 
 unsigned int IPAddress::ipv4address() const {
   return static_cast<unsigned int>(m_bytes[3]) << 24 | static_cast<unsigned int>(m_bytes[2]) << 16 |
@@ -181,78 +306,18 @@ void IPAddress::setIPv4Address(unsigned char a, unsigned char b, unsigned char c
   *this = IPAddress(a, b, c, d);
 }
 
-bool IPAddress::setString(const std::string& text) { return setString(text.data(), text.size()); }
+bool IPAddress::setString(const std::string& text) { return parse(m_bytes, text.data(), text.size()); }
 
-// Groups are written downward from the top; "::" remembers where it stood and the groups
-// behind it are moved down afterwards. Nothing is validated: the value of a token is what
-// strtol would make of it. Bad text leaves what was written so far.
-bool IPAddress::setString(const char* text, std::size_t length) {
-  if (text == nullptr || length == 0) {
-    std::memset(m_bytes, 0, sizeof m_bytes);
-    return false;
-  }
-  const char* const end = text + length;
-  int top = 16;  // the index above the next group
-  int gap = -1;  // `top` where "::" stood
-  int low = 4;   // the index above the next decimal octet
-  bool hex = true;
-  for (const char* p = text; p < end;) {
-    const char* q = p;
-    while (q < end && *q != ':' && *q != '.') ++q;
-    const bool hexToken = q == end ? hex : *q == ':';
-    if (hexToken) {
-      if (!hex) return false;
-      if (q != p) {
-        if (top < 2) return false;
-        const unsigned long v = static_cast<unsigned long>(readNumber(p, q, 16));
-        m_bytes[top - 1] = static_cast<unsigned char>(v >> 8);
-        m_bytes[top - 2] = static_cast<unsigned char>(v);
-        top -= 2;
-      } else if (p != text) {
-        if (gap >= 0) return false;
-        gap = top;
-      }
-    } else {
-      if (top < 4 || low < 1) return false;
-      --low;
-      hex = false;
-      m_bytes[low] = static_cast<unsigned char>(readNumber(p, q, 10));
-    }
-    p = q == end ? end : q + 1;
-  }
-
-  if (gap >= 0) {
-    const int count = gap - top;
-    if (!hex) {
-      // Groups behind "::" end at the dotted part, which sits in the low four bytes.
-      std::memmove(m_bytes + 4, m_bytes + top, static_cast<std::size_t>(count));
-      std::memset(m_bytes + 4 + count, 0, static_cast<std::size_t>(top - 4));
-      std::memset(m_bytes, 0, static_cast<std::size_t>(low));
-    } else {
-      std::memmove(m_bytes, m_bytes + top, static_cast<std::size_t>(count));
-      std::memset(m_bytes + count, 0, static_cast<std::size_t>(top));
-    }
-  } else if (hex) {
-    std::memset(m_bytes, 0, static_cast<std::size_t>(top));
-  } else if (top == 16) {
-    // Plain dotted text; octets it did not reach keep what they held.
-    m_bytes[4] = m_bytes[5] = 0xFF;
-    std::memset(m_bytes + 6, 0, 10);
-  } else {
-    std::memset(m_bytes + 4, 0, static_cast<std::size_t>(top - 4));
-    std::memset(m_bytes, 0, static_cast<std::size_t>(low));
-  }
-  return !isEmpty();
-}
+bool IPAddress::setString(const char* text, std::size_t length) { return parse(m_bytes, text, length); }
 
 std::string IPAddress::toString() const {
   char buffer[64];
-  return std::string(buffer, format(m_bytes, isIPv4(), buffer));
+  return std::string(buffer, format(m_bytes, ipv4Form(m_bytes), buffer));
 }
 
 std::size_t IPAddress::toString(char* buffer, std::size_t size) const {
   char text[64];
-  const std::size_t n = format(m_bytes, isIPv4(), text);
+  const std::size_t n = format(m_bytes, ipv4Form(m_bytes), text);
   if (buffer == nullptr || size == 0) return static_cast<std::size_t>(-1);
   const std::size_t copied = n < size ? n : size - 1;
   std::memcpy(buffer, text, copied);
@@ -260,9 +325,9 @@ std::size_t IPAddress::toString(char* buffer, std::size_t size) const {
   return n < size ? n : static_cast<std::size_t>(-1);
 }
 
-void IPAddress::print(std::ostream& os) const { printTo(os, m_bytes, isIPv4()); }
+void IPAddress::print(std::ostream& os) const { printTo(os, m_bytes, ipv4Form(m_bytes)); }
 
-void IPAddress::print(std::wostream& os) const { printTo(os, m_bytes, isIPv4()); }
+void IPAddress::print(std::wostream& os) const { printTo(os, m_bytes, ipv4Form(m_bytes)); }
 
 bool IPAddress::operator==(const IPAddress& other) const {
   return std::memcmp(m_bytes, other.m_bytes, sizeof m_bytes) == 0;
