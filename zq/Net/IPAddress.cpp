@@ -117,7 +117,7 @@ bool allEqual(const unsigned char* bytes, unsigned char value, std::size_t size)
   return true;
 }
 
-// Indexes 4 to 15 of the IPv4 form; compared whole, which the compiler does in two loads.
+// Indexes 4 to 15 of the IPv4 form.
 const unsigned char kMappedPrefix[12] = {0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 const unsigned char kZeros[16] = {};
 
