@@ -11,6 +11,9 @@
 
 // Net
 #include <zq/Net/HTParse.h>
+#include <zq/Net/IPAddress.h>
+#include <zq/Net/IPPort.h>
+#include <zq/Net/MacAddress.h>
 #include <zq/Net/Url.h>
 
 // values
