@@ -9,5 +9,11 @@
 #include <zq/foundation/Log.h>
 #include <zq/foundation/Text.h>
 
+// threads
+#include <zq/threads/Mutex.h>
+#include <zq/threads/ReadWriteLock.h>
+#include <zq/threads/Thread.h>
+#include <zq/threads/TimeWindow.h>
+
 // values
 #include <zq/values/Hash.h>
