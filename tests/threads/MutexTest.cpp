@@ -16,11 +16,12 @@ using zq::Mutex;
 
 // Whether another thread could take the mutex right now.
 bool freeForOthers(Mutex& m) {
-  return std::async(std::launch::async, [&m] {
-           if (!m.tryLock()) return false;
-           m.unlock();
-           return true;
-         })
+  return std::async(std::launch::async,
+                    [&m] {
+                      if (!m.tryLock()) return false;
+                      m.unlock();
+                      return true;
+                    })
       .get();
 }
 
@@ -28,11 +29,12 @@ bool freeForOthers(Mutex& m) {
 class RawMutex : public Mutex {
  public:
   bool sectionFreeForOthers() {
-    return std::async(std::launch::async, [this] {
-             if (!rawMutex()->try_lock()) return false;
-             rawMutex()->unlock();
-             return true;
-           })
+    return std::async(std::launch::async,
+                      [this] {
+                        if (!rawMutex()->try_lock()) return false;
+                        rawMutex()->unlock();
+                        return true;
+                      })
         .get();
   }
 };
@@ -90,9 +92,7 @@ TEST(MutexTest, OtherThreadBlocksUntilRelease) {
 
 TEST(MutexLockerTest, CountsAndReleasesItsHolds) {
   Mutex m(Mutex::Recursive);
-  {
-    zq::MutexLocker notLocking(m, false);
-  }
+  { zq::MutexLocker notLocking(m, false); }
   EXPECT_EQ(0u, m.lockCount()) << "a locker that took nothing gives nothing back";
 
   {

@@ -19,11 +19,12 @@ using zq::ReadWriteLock;
 
 // Asked from another thread, as the lock's try forms answer differently for the writer itself.
 bool othersCan(ReadWriteLock& lock, ReadWriteLock::ELockMode mode) {
-  return std::async(std::launch::async, [&lock, mode] {
-           if (!lock.tryLockFor(mode)) return false;
-           lock.unlock();
-           return true;
-         })
+  return std::async(std::launch::async,
+                    [&lock, mode] {
+                      if (!lock.tryLockFor(mode)) return false;
+                      lock.unlock();
+                      return true;
+                    })
       .get();
 }
 
@@ -97,17 +98,13 @@ TEST(ReadWriteLockTest, OutOfRangeModesDoNothing) {
   const auto bad = static_cast<ReadWriteLock::ELockMode>(2);
   lock.lockFor(bad);
   EXPECT_FALSE(lock.tryLockFor(bad));
-  {
-    zq::ReadWriteLocker locker(lock, bad);
-  }
+  { zq::ReadWriteLocker locker(lock, bad); }
   EXPECT_TRUE(othersCan(lock, ReadWriteLock::Write)) << "nothing may be held or released";
 }
 
 TEST(ReadWriteLockerTest, DestructorGivesBackOneHoldOnly) {
   ReadWriteLock lock;
-  {
-    zq::ReadWriteLocker idle(&lock, ReadWriteLock::Read, false);
-  }
+  { zq::ReadWriteLocker idle(&lock, ReadWriteLock::Read, false); }
   // A stray unlock would have released a turnstile nobody held and broken later writers.
   EXPECT_TRUE(othersCan(lock, ReadWriteLock::Write));
 
