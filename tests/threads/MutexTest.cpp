@@ -9,6 +9,7 @@
 #include <atomic>
 #include <future>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -88,6 +89,23 @@ TEST(MutexTest, OtherThreadBlocksUntilRelease) {
   EXPECT_TRUE(zq::test::waitFor([&] { return entered.load(); }));
   other.join();
   EXPECT_NE(0ul, Mutex::currentThreadId());
+}
+
+TEST(MutexTest, ExcludesUnderContention) {
+  Mutex m(Mutex::Recursive);
+  long counter = 0;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20000; ++i) {
+        zq::MutexLocker outer(m);
+        zq::MutexLocker inner(m);
+        ++counter;
+      }
+    });
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(4 * 20000, counter);
+  EXPECT_EQ(0u, m.lockCount());
 }
 
 TEST(MutexLockerTest, CountsAndReleasesItsHolds) {

@@ -4,15 +4,26 @@
 #include <cerrno>
 #include <ctime>
 
+#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace zq {
 namespace platform {
 
 unsigned long currentThreadId() { return static_cast<unsigned long>(::gettid()); }
+
+void futexWait(std::atomic<int>& word, int expected) {
+  static_assert(sizeof(std::atomic<int>) == sizeof(int), "the kernel waits on a plain int");
+  ::syscall(SYS_futex, reinterpret_cast<int*>(&word), FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
+}
+
+void futexWake(std::atomic<int>& word, int count) {
+  ::syscall(SYS_futex, reinterpret_cast<int*>(&word), FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+}
 
 void ManualResetEvent::set() {
   std::lock_guard<std::mutex> lock(m_mutex);

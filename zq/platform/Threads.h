@@ -2,6 +2,7 @@
 // per-thread nice values and sleeping.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -11,6 +12,11 @@ namespace platform {
 
 // The kernel's id of the calling thread (gettid), the number `ps -L` and setpriority use.
 unsigned long currentThreadId();
+
+// Sleeps while `word` holds `expected`; may return early, so callers test again.
+void futexWait(std::atomic<int>& word, int expected);
+// Wakes up to `count` threads sleeping on `word`.
+void futexWake(std::atomic<int>& word, int count);
 
 // An event that, once set, stays set for every waiter until it is reset.
 class ManualResetEvent {

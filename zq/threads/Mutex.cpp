@@ -17,29 +17,7 @@ Mutex::Mutex(ERecursionMode mode) : m_lockCount(0), m_mode(mode) {}
 
 Mutex::~Mutex() {}
 
-void Mutex::lock() {
-  m_section.lock();
-  const std::uint32_t count = m_lockCount.load(std::memory_order_relaxed);
-  // Thrown with the section entered: the holder's extra entry is deliberately not undone.
-  if (m_mode == NonRecursive && count > 0) throw RuntimeError(k_lockedTwice);
-  m_lockCount.store(count + 1, std::memory_order_relaxed);
-}
-
-bool Mutex::tryLock() noexcept {
-  if (!m_section.try_lock()) return false;
-  const std::uint32_t count = m_lockCount.load(std::memory_order_relaxed);
-  if (m_mode == NonRecursive && count != 0) {
-    m_section.unlock();
-    return false;
-  }
-  m_lockCount.store(count + 1, std::memory_order_relaxed);
-  return true;
-}
-
-void Mutex::unlock() {
-  m_lockCount.store(m_lockCount.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
-  m_section.unlock();
-}
+void Mutex::throwLockedTwice() { throw RuntimeError(k_lockedTwice); }
 
 unsigned long Mutex::currentThreadId() { return platform::currentThreadId(); }
 
@@ -71,7 +49,7 @@ ConditionVariable::~ConditionVariable() { delete m_event; }
 void ConditionVariable::wait(Mutex* mutex) {
   std::uint32_t generation;
   {
-    std::lock_guard<std::mutex> lock(m_section);
+    std::lock_guard<internal::ReentrantSection> lock(m_section);
     ++m_waiters;
     generation = m_generation;
   }
@@ -79,7 +57,7 @@ void ConditionVariable::wait(Mutex* mutex) {
   for (;;) {
     m_event->wait();
     {
-      std::lock_guard<std::mutex> lock(m_section);
+      std::lock_guard<internal::ReentrantSection> lock(m_section);
       if (m_released > 0 && m_generation != generation) break;
     }
     // A thread that came after the signal has the current generation and keeps waiting;
@@ -89,7 +67,7 @@ void ConditionVariable::wait(Mutex* mutex) {
   mutex->lock();
   std::int32_t released;
   {
-    std::lock_guard<std::mutex> lock(m_section);
+    std::lock_guard<internal::ReentrantSection> lock(m_section);
     --m_waiters;
     released = --m_released;
   }
@@ -97,7 +75,7 @@ void ConditionVariable::wait(Mutex* mutex) {
 }
 
 void ConditionVariable::signal() {
-  std::lock_guard<std::mutex> lock(m_section);
+  std::lock_guard<internal::ReentrantSection> lock(m_section);
   if (m_waiters > m_released) {
     m_event->set();
     ++m_released;
@@ -106,7 +84,7 @@ void ConditionVariable::signal() {
 }
 
 void ConditionVariable::signalAll() {
-  std::lock_guard<std::mutex> lock(m_section);
+  std::lock_guard<internal::ReentrantSection> lock(m_section);
   if (m_waiters > 0) {
     m_event->set();
     m_released = m_waiters;

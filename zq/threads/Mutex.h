@@ -6,10 +6,10 @@
 #pragma once
 
 #include <zq/Export.h>
+#include <zq/threads/internal/ReentrantSection.h>
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
 namespace zq {
 
@@ -34,12 +34,31 @@ class ZQ_API Mutex {
   // by its holder. The section has then been entered once more and the count not raised: the
   // holder must call unlock once more than it locked, and the count ends one below zero
   // (wrapped), so the mutex stays unusable for NonRecursive locking.
-  void lock();
+  // Inline, as these three are the cost of every client's critical section.
+  void lock() {
+    m_section.lock();
+    const std::uint32_t count = m_lockCount.load(std::memory_order_relaxed);
+    // Thrown inside the section: the holder's extra entry is deliberately not undone.
+    if (m_mode == NonRecursive && count > 0) throwLockedTwice();
+    m_lockCount.store(count + 1, std::memory_order_relaxed);
+  }
   // False, and no change, when another thread holds the mutex or, for a NonRecursive mutex,
   // when the caller already does. Never throws.
-  bool tryLock() noexcept;
+  bool tryLock() noexcept {
+    if (!m_section.try_lock()) return false;
+    const std::uint32_t count = m_lockCount.load(std::memory_order_relaxed);
+    if (m_mode == NonRecursive && count != 0) {
+      m_section.unlock();
+      return false;
+    }
+    m_lockCount.store(count + 1, std::memory_order_relaxed);
+    return true;
+  }
   // Lowers the count and leaves the section; no check that the caller holds the mutex.
-  void unlock();
+  void unlock() {
+    m_lockCount.store(m_lockCount.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+    m_section.unlock();
+  }
 
   // The number of current holds, read without locking.
   unsigned int lockCount() const { return m_lockCount.load(std::memory_order_relaxed); }
@@ -50,12 +69,14 @@ class ZQ_API Mutex {
   static unsigned long currentThreadId();
 
  protected:
-  typedef std::recursive_mutex Section;
+  typedef internal::ReentrantSection Section;
   Section* rawMutex() { return &m_section; }
 
  private:
   Mutex(const Mutex&);
   Mutex& operator=(const Mutex&);
+
+  [[noreturn]] static void throwLockedTwice();
 
   // Changed only inside the section; atomic so that lockCount() may read it from anywhere.
   std::atomic<std::uint32_t> m_lockCount;
@@ -109,7 +130,7 @@ class ZQ_API ConditionVariable {
   ConditionVariable& operator=(const ConditionVariable&);
 
   std::int32_t m_waiters;
-  std::mutex m_section;  // guards the three counters
+  internal::ReentrantSection m_section;  // guards the three counters
   std::int32_t m_released;
   std::uint32_t m_generation;
   platform::ManualResetEvent* m_event;
