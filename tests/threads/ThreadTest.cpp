@@ -142,7 +142,7 @@ TEST(ThreadTest, PriorityIsInForceBeforeTheBodyRuns) {
   thread.start(Thread::Idle);
   thread.wait();
   EXPECT_EQ(19, body.nice.load());
-  thread.start(Thread::Normal);  // back down from the creator's value needs no privilege here
+  thread.start(Thread::Normal);
   thread.wait();
   EXPECT_EQ(base, body.nice.load());
 
