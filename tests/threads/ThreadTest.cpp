@@ -17,6 +17,7 @@
 #include <chrono>
 #include <csignal>
 #include <ext/stdio_filebuf.h>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -53,15 +54,18 @@ class Body : public zq::Runnable {
   std::atomic<std::size_t> stack{0};
 };
 
-TEST(ThreadTest, StartsWaitsAndStartsAgain) {
+TEST(ThreadTest, StartsWaitsAndStartsAgainWithItsStackSize) {
   Body body;
   Thread thread(&body);
   EXPECT_TRUE(thread.wait()) << "never started";
+  thread.setStackSize(3 << 20);
   thread.start();
   EXPECT_TRUE(thread.wait());
   EXPECT_TRUE(thread.wait()) << "second wait";
   EXPECT_EQ(1, body.runs.load());
   EXPECT_EQ(body.tid.load(), thread.threadId());
+  EXPECT_GE(body.stack.load(), std::size_t(3 << 20));
+  thread.setStackSize(1);  // rounded up to what the system accepts
   thread.start(Thread::Normal);
   thread.wait();
   EXPECT_EQ(2, body.runs.load());
@@ -117,19 +121,6 @@ TEST(ThreadTest, SettingsAreRefusedAndReportedWhileAThreadExists) {
   thread.wait();
   thread.setStackSize(4096);
   EXPECT_EQ(std::size_t(4096), thread.stackSize());
-}
-
-TEST(ThreadTest, StackSizeIsHonouredAndSmallSizesRoundedUp) {
-  Body body;
-  Thread thread(&body);
-  thread.setStackSize(3 << 20);
-  thread.start();
-  thread.wait();
-  EXPECT_GE(body.stack.load(), std::size_t(3 << 20));
-  thread.setStackSize(1);
-  thread.start();
-  thread.wait();
-  EXPECT_EQ(2, body.runs.load());
 }
 
 TEST(ThreadTest, PriorityIsInForceBeforeTheBodyRuns) {
@@ -268,14 +259,16 @@ void logToStderr() {
   zq::Log::instance().setLogLevel(zq::Log::Debug);
 }
 
-template <class Throw>
-struct Throws : zq::Runnable {
-  void run() override { Throw()(); }
+struct Throwing : zq::Runnable {
+  std::function<void()> body;
+  void run() override { body(); }
 };
 
-void runAndWait(zq::Runnable& body) {
+void runAndWait(std::function<void()> body) {
   logToStderr();
-  Thread thread(&body);
+  Throwing runnable;
+  runnable.body = std::move(body);
+  Thread thread(&runnable);
   thread.start();
   thread.wait();
 }
@@ -283,28 +276,14 @@ void runAndWait(zq::Runnable& body) {
 TEST(ThreadDeathTest, EscapingExceptionIsLoggedThenEndsTheProcess) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   const std::string line = "\\[zq::Thread::worker\\] unsigned long __cdecl zq::Thread::worker\\(void \\*\\): ";
-
-  struct Chained {
-    void operator()() {
-      const zq::RuntimeError cause("disk gone");
-      throw zq::RuntimeError("saving failed", &cause);
-    }
-  };
-  Throws<Chained> chained;
-  EXPECT_EXIT(runAndWait(chained), testing::KilledBySignal(SIGABRT),
-              line + "Unhandled exception - saving failed\n caused by: disk gone");
-
-  struct Standard {
-    void operator()() { throw std::out_of_range("index 7"); }
-  };
-  Throws<Standard> standard;
-  EXPECT_EXIT(runAndWait(standard), testing::KilledBySignal(SIGABRT), line + "Unhandled exception - index 7");
-
-  struct Other {
-    void operator()() { throw 42; }
-  };
-  Throws<Other> other;
-  EXPECT_EXIT(runAndWait(other), testing::KilledBySignal(SIGABRT), line + "Unhandled exception\n");
+  EXPECT_EXIT(runAndWait([] {
+                const zq::RuntimeError cause("disk gone");
+                throw zq::RuntimeError("saving failed", &cause);
+              }),
+              testing::KilledBySignal(SIGABRT), line + "Unhandled exception - saving failed\n caused by: disk gone");
+  EXPECT_EXIT(runAndWait([] { throw std::out_of_range("index 7"); }), testing::KilledBySignal(SIGABRT),
+              line + "Unhandled exception - index 7");
+  EXPECT_EXIT(runAndWait([] { throw 42; }), testing::KilledBySignal(SIGABRT), line + "Unhandled exception\n");
 }
 
 }  // namespace
