@@ -45,7 +45,8 @@ const unsigned long long Thread::k_forever = 0xFFFFFFFFFFFFFFFFull;
 Thread::Thread(Runnable* runnable)
     : m_runnable(runnable), m_priority(Idle), m_stackSize(0), m_handle(nullptr), m_threadId(0) {}
 
-Thread::~Thread() { wait(); }
+// A failing wait ends the process here, on purpose: a thread may not outlive its object.
+Thread::~Thread() { wait(); }  // NOLINT(bugprone-exception-escape)
 
 void Thread::start(const EThreadPriority& priority) {
   setPriority(priority);  // on a running thread with another priority this reports too

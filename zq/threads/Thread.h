@@ -46,7 +46,7 @@ class ZQ_API Thread {
 
   explicit Thread(Runnable* runnable = nullptr);
   // Waits for the thread to end; a failing wait ends the process.
-  virtual ~Thread();
+  virtual ~Thread();  // NOLINT(bugprone-exception-escape)
 
   // Sets the priority (unless Inherit) before the body begins. Throws RuntimeError when the
   // thread can't be created or its priority can't be set; in the second case the thread
