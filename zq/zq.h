@@ -9,6 +9,12 @@
 #include <zq/foundation/Log.h>
 #include <zq/foundation/Text.h>
 
+// threads
+#include <zq/threads/Mutex.h>
+#include <zq/threads/ReadWriteLock.h>
+#include <zq/threads/Thread.h>
+#include <zq/threads/TimeWindow.h>
+
 // Net
 #include <zq/Net/HTParse.h>
 #include <zq/Net/IPAddress.h>
