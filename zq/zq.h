@@ -9,5 +9,12 @@
 #include <zq/foundation/Log.h>
 #include <zq/foundation/Text.h>
 
+// plugin
+#include <zq/plugin/Component.h>
+#include <zq/plugin/ComponentPack.h>
+#include <zq/plugin/IInterface.h>
+#include <zq/plugin/Lib.h>
+#include <zq/plugin/Loader.h>
+
 // values
 #include <zq/values/Hash.h>
