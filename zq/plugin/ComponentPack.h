@@ -64,10 +64,22 @@ class ComponentPack {
 #define ZQ_PLUGIN_EXPORT
 #endif
 
+// The entry points pass C++ types under C names: only the undecorated names matter.
+#if defined(__clang__)
+#define ZQ_PLUGIN_C_TYPES_BEGIN \
+  _Pragma("clang diagnostic push") _Pragma("clang diagnostic ignored \"-Wreturn-type-c-linkage\"")
+#define ZQ_PLUGIN_C_TYPES_END _Pragma("clang diagnostic pop")
+#else
+#define ZQ_PLUGIN_C_TYPES_BEGIN
+#define ZQ_PLUGIN_C_TYPES_END
+#endif
+
 // Defines the pack's two entry points over `pack`, an expression giving the pack's
 // zq::plugin::ComponentPack& (evaluated at each call). Use once, at namespace scope.
 #define ZQ_COMPONENT_PACK(pack)                                                                             \
+  ZQ_PLUGIN_C_TYPES_BEGIN                                                                                   \
   extern "C" ZQ_PLUGIN_EXPORT std::set<std::string>& enumeratePluginComponents() { return (pack).names(); } \
   extern "C" ZQ_PLUGIN_EXPORT ::zq::IComponent* createPluginComponent(const std::string& name) {            \
     return (pack).create(name);                                                                             \
-  }
+  }                                                                                                         \
+  ZQ_PLUGIN_C_TYPES_END
