@@ -45,7 +45,9 @@ class ZQ_API InterfaceStub : public IInterface {
 
 // What every plug-in component offers: the interfaces it implements, and under each the
 // capabilities it claims. Capabilities are arbitrary strings that only the plug-ins and
-// their users give meaning to.
+// their users give meaning to. The loader asks these from any thread once a component is
+// made, so implementations keep them fixed after construction. A component runs code of the
+// library that made it, which must stay open while the component lives.
 class ZQ_API IComponent : public virtual IInterface {
  public:
   IComponent() = default;
@@ -63,7 +65,8 @@ class ZQ_API IComponent : public virtual IInterface {
 };
 
 // Offered by components whose texts can change language at run time. The loader tells them
-// the language when the program sets it; they are not told when they are made.
+// the language when the program sets it; they are not told when they are made. Called on
+// the program's thread, never concurrently by the loader.
 class ZQ_API ICanBeLocalized : public virtual IInterface {
  public:
   ICanBeLocalized() = default;
