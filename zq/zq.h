@@ -15,6 +15,13 @@
 #include <zq/threads/Thread.h>
 #include <zq/threads/TimeWindow.h>
 
+// plugin
+#include <zq/plugin/Component.h>
+#include <zq/plugin/ComponentPack.h>
+#include <zq/plugin/IInterface.h>
+#include <zq/plugin/Lib.h>
+#include <zq/plugin/Loader.h>
+
 // Net
 #include <zq/Net/HTParse.h>
 #include <zq/Net/IPAddress.h>
