@@ -136,6 +136,9 @@ TEST(HTParseTest, WritesOnlyWhatTheMaskSelects) {
       {"", HT_FRAGMENT | HT_PUNCTUATION, "#f"},
       {"#", HT_FRAGMENT | HT_PUNCTUATION, "#f"},
       {"#g", HT_FRAGMENT | HT_PUNCTUATION, "#g"},
+      // The dot rules look at the result: with an empty host and no "//", the scheme's dot goes.
+      {"x.://", HT_SCHEME | HT_HOST, "x"},
+      {"x.://:81", HT_SCHEME | HT_HOST, "x:81"},
       {"", 0, ""},
   };
   for (const MaskCase& c : cases) {

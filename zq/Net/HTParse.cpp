@@ -105,7 +105,7 @@ void writeHost(Result& out, const HTParts& from, const char* scheme, bool punctu
   hostText = hostText ? hostText + 1 : hostStart;
   char* colon = std::strchr(hostText, ':');
   if (!colon) {
-    if (out.end > hostText && out.end[-1] == '.') out.cutAt(out.end - 1);
+    if (out.end > out.begin && out.end[-1] == '.') out.cutAt(out.end - 1);
     return;
   }
   if (colon[1] < '0' || colon[1] > '9') {
@@ -114,8 +114,9 @@ void writeHost(Result& out, const HTParts& from, const char* scheme, bool punctu
     const char* port = defaultPort(scheme);
     if (port && std::strcmp(colon, port) == 0) out.cutAt(colon);
   }
-  // A trailing dot of the host goes, whether or not a port stays.
-  if (colon > hostText && colon[-1] == '.') {
+  // A trailing dot of the host goes, whether or not a port stays. Both dot rules look at the
+  // result: with an empty host and no "//", that is the scheme's last character.
+  if (colon > out.begin && colon[-1] == '.') {
     std::memmove(colon - 1, colon, static_cast<size_t>(out.end - colon) + 1);
     --out.end;
   }
