@@ -9,5 +9,9 @@
 #include <zq/foundation/Log.h>
 #include <zq/foundation/Text.h>
 
+// threads
+#include <zq/threads/CallOwner.h>
+#include <zq/threads/CallThread.h>
+
 // values
 #include <zq/values/Hash.h>
