@@ -44,7 +44,9 @@ inline void drainQueue() {
 // the thread has left it, also when a test fails half-way.
 class Gate {
  public:
-  Gate() { m_owner.asyncCall([this] { hold(); }, std::chrono::nanoseconds(0)); }
+  Gate() {
+    m_owner.asyncCall([this] { hold(); }, std::chrono::nanoseconds(0));
+  }
   ~Gate() {
     release();
     std::unique_lock<std::mutex> lock(m_mutex);
