@@ -89,12 +89,14 @@ void CallThread::run(CallThread* self) {
       self->m_idle = true;
       due = now + self->m_idleTimeout;
     }
-    queueLock.unlock();
-
     if (!self->m_activeCall) {
-      if (now < due) self->m_wakeUp.wait_for(waitLock, std::min<Clock::duration>(due - Clock::now(), kLongestWait));
+      // The wait gives up the queue's mutex, under which addToQueue queues and wakes us: a call
+      // queued after our look at the queue can't have its wake-up lost before the wait begins.
+      if (now < due) self->m_wakeUp.wait_for(queueLock, std::min<Clock::duration>(due - Clock::now(), kLongestWait));
+      queueLock.unlock();
       continue;
     }
+    queueLock.unlock();
 
     try {
       self->m_activeCall->apply();

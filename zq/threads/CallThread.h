@@ -25,8 +25,9 @@ class ZQ_API CallThread {
 
   // The thread's body; ends by deleting `self`.
   static void run(CallThread* self);
-  // Ends a wait early. Takes no lock, so a wake-up just before the thread starts waiting is lost
-  // and the thread sleeps out the time it had computed.
+  // Ends a wait early. Takes no lock itself; given under CallOwner::getQueueMutex(), as the
+  // queue gives it, it can't be lost: the thread looks at the queue and starts waiting under
+  // that mutex.
   void wakeUp();
   // Held for as long as a call runs: lock it to wait out a running call.
   std::mutex& getActiveCallMutex() const { return m_activeCallMutex; }
@@ -38,8 +39,8 @@ class ZQ_API CallThread {
   mutable std::mutex m_activeCallMutex;
   Call* m_activeCall;
   std::thread* m_thread;
-  std::mutex m_waitMutex;
-  std::condition_variable m_wakeUp;
+  std::mutex m_waitMutex;            // the thread holds it for its whole life, once the constructor is done
+  std::condition_variable m_wakeUp;  // waited on with the queue's mutex
   bool m_idle;
   const std::chrono::nanoseconds m_idleTimeout;
 };
