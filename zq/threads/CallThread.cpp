@@ -34,8 +34,8 @@ long long millisecondsLate(const time_point& now, const time_point& due) {
 
 CallThread::CallThread()
     : m_activeCall(nullptr), m_thread(nullptr), m_idle(false), m_idleTimeout(std::chrono::seconds(30)) {
-  // run() takes this mutex before it looks at any member, so it finds the object complete.
-  std::lock_guard<std::mutex> lock(m_waitMutex);
+  // run() passes through this mutex before it looks at any member, so it finds m_thread set.
+  std::lock_guard<std::mutex> lock(m_activeCallMutex);
   m_thread = new std::thread(&CallThread::run, this);
 }
 
@@ -48,6 +48,7 @@ void CallThread::wakeUp() { m_wakeUp.notify_all(); }
 
 void CallThread::run(CallThread* self) {
   ZQ_LOG(Log::Message, kRun, "Async function call thread is running");
+  { std::lock_guard<std::mutex> constructed(self->m_activeCallMutex); }
   std::unique_lock<std::mutex> waitLock(self->m_waitMutex);
   std::set<Call*, lessCall>& queue = CallOwner::getThreadQueue();
   std::unique_lock<std::mutex> queueLock(CallOwner::getQueueMutex(), std::defer_lock);
