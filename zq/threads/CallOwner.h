@@ -90,7 +90,8 @@ class ZQ_API CallOwner {
   // Forgets `call`; the call thread uses it when a call is done.
   void removeCall(Call* call);
 
-  // Cancels every queued call of every owner; the thread disposes of them and ends when idle.
+  // Cancels every queued call of every owner and takes them off their owners' lists; the thread
+  // disposes of them and ends once idle. The owners stay open and safe to cancel and destroy.
   static void makeThreadUnemployed();
 
   static std::mutex& getQueueMutex() { return sm_Mutex; }

@@ -62,8 +62,8 @@ void CallThread::run(CallThread* self) {
       self->m_idle = false;
       if (head->isCancelled()) {
         queue.erase(queue.begin());
-        delete head;
         queueLock.unlock();
+        delete head;  // outside the lock: the function's captures may queue calls as they go
         continue;
       }
       due = head->getApplyTime();
@@ -74,8 +74,8 @@ void CallThread::run(CallThread* self) {
         if (head->isCancelled()) {
           self->m_activeCallMutex.unlock();
           queue.erase(queue.begin());
-          delete head;
           queueLock.unlock();
+          delete head;
           continue;
         }
         self->m_activeCall = head;
