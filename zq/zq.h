@@ -10,6 +10,8 @@
 #include <zq/foundation/Text.h>
 
 // threads
+#include <zq/threads/CallOwner.h>
+#include <zq/threads/CallThread.h>
 #include <zq/threads/Mutex.h>
 #include <zq/threads/ReadWriteLock.h>
 #include <zq/threads/Thread.h>
