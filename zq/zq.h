@@ -11,3 +11,9 @@
 
 // values
 #include <zq/values/Hash.h>
+
+// signals
+#include <zq/signals/Argument.h>
+#include <zq/signals/Connection.h>
+#include <zq/signals/GuardedPtr.h>
+#include <zq/signals/SignalPublisher.h>

@@ -1,0 +1,118 @@
+#include <zq/signals/GuardedPtr.h>
+
+namespace zq {
+
+// ---- SharedCount ------------------------------------------------------------------------
+
+SharedCount::SharedCount() : m_ownerCount(1), m_pointerCount(0), m_destroyed(false) {}
+
+SharedCount::~SharedCount() {}
+
+bool SharedCount::changeCount(int delta, bool owner) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  std::uint64_t& count = owner ? m_ownerCount : m_pointerCount;
+  if (delta < 1 && static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta)) > count)
+    count = 0;  // saturate: a count never wraps
+  else
+    count += static_cast<std::int64_t>(delta);
+  if (owner && delta < 0 && !m_destroyed.load(std::memory_order_relaxed))
+    m_destroyed.store(true, std::memory_order_relaxed);
+  return m_ownerCount == 0 && m_pointerCount == 0;
+}
+
+std::uint64_t SharedCount::ownerCount() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_ownerCount;
+}
+
+std::uint64_t SharedCount::pointerCount() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_pointerCount;
+}
+
+// ---- SharedCountPtr ---------------------------------------------------------------------
+
+SharedCountPtr::SharedCountPtr() : m_counter(nullptr) {}
+
+SharedCountPtr::SharedCountPtr(SharedCount* counter) : m_counter(nullptr) {
+  if (counter != nullptr) {
+    counter->changeCount(1, false);
+    m_counter.store(counter, std::memory_order_relaxed);
+  }
+}
+
+SharedCountPtr::SharedCountPtr(const SharedCountPtr& other) : m_counter(nullptr) {
+  std::lock_guard<std::mutex> lock(other.m_mutex);
+  SharedCount* counter = other.getCounter();
+  if (counter != nullptr) {
+    counter->changeCount(1, false);
+    m_counter.store(counter, std::memory_order_relaxed);
+  }
+}
+
+SharedCountPtr::SharedCountPtr(const SharedCountPtr* other)
+    : SharedCountPtr(other != nullptr ? *other : SharedCountPtr()) {}
+
+SharedCountPtr& SharedCountPtr::operator=(const SharedCountPtr& other) {
+  std::lock_guard<std::mutex> own(m_mutex);
+  if (&other != this) {
+    std::lock_guard<std::mutex> theirs(other.m_mutex);
+    resetNoLock(other.getCounter());
+  }
+  return *this;
+}
+
+SharedCountPtr::~SharedCountPtr() {
+  // Not reset(): the derived part is gone, and only the record needs letting go.
+  std::lock_guard<std::mutex> lock(m_mutex);
+  SharedCountPtr::resetNoLock(nullptr);
+}
+
+void SharedCountPtr::reset(SharedCount* counter) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  resetNoLock(counter);
+}
+
+void SharedCountPtr::resetNoLock(SharedCount* counter) {
+  SharedCount* old = getCounter();
+  if (counter == old) return;
+  if (counter != nullptr) counter->changeCount(1, false);
+  if (old != nullptr && old->changeCount(-1, false)) {
+    // The last reference: wait for every guard still holding the record, then free it.
+    old->objectLock().lock();
+    old->objectLock().unlock();
+    delete old;
+  }
+  m_counter.store(counter, std::memory_order_relaxed);
+}
+
+void SharedCountPtr::markDestroyed() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  SharedCount* counter = getCounter();
+  if (counter != nullptr && !counter->isDestroyed()) counter->changeCount(-1, true);
+}
+
+// ---- SharedCountPtrGuard ----------------------------------------------------------------
+
+boost::shared_mutex SharedCountPtrGuard::s_emptyLock;
+
+namespace {
+// The record is read without the pointer's mutex: the source must keep its reference while
+// the guard is being built.
+boost::shared_mutex& objectLockOf(const SharedCountPtr& ptr) {
+  SharedCount* counter = ptr.getCounter();
+  return counter != nullptr ? counter->objectLock() : SharedCountPtrGuard::s_emptyLock;
+}
+}  // namespace
+
+SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtr& ptr) : m_lock(objectLockOf(ptr)), m_ptr(ptr) {
+  SharedCount* counter = m_ptr.getCounter();
+  if (counter != nullptr && counter->isDestroyed()) m_ptr.reset(nullptr);
+}
+
+SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtrGuard&) {}
+
+// m_ptr lets go of the record first, then m_lock releases the shared lock.
+SharedCountPtrGuard::~SharedCountPtrGuard() {}
+
+}  // namespace zq
