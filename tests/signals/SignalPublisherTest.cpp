@@ -57,8 +57,8 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
   EXPECT_TRUE(thermometer.connect(Thermometer::reset, &display, &Display::clear));  // const member
   EXPECT_TRUE(thermometer.connect("changed", &onTemperature, zq::Direct | zq::UniqueConnection));
   EXPECT_FALSE(thermometer.connect("changed", &onTemperature, zq::Direct | zq::UniqueConnection));
-  EXPECT_TRUE(thermometer.connect("changed", [&](double, const std::string&) { order.push_back("first"); },
-                                  zq::Direct | zq::PrependConnection));
+  EXPECT_TRUE(thermometer.connect(
+      "changed", [&](double, const std::string&) { order.push_back("first"); }, zq::Direct | zq::PrependConnection));
   EXPECT_TRUE(thermometer.connect("changed", &display, [&](double) { order.push_back("owned"); }));
 
   thermometer.measure(21.5);

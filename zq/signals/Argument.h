@@ -65,7 +65,8 @@ struct ZQ_API Argument {
 template <class T>
 struct GenericArgument : Argument {
   GenericArgument() : Argument(TypePair("ArgT", typeid(T).name()), nullptr, 1), m_value() { m_data = &m_value; }
-  template <class V, class = typename std::enable_if<!std::is_base_of<Argument, typename std::decay<V>::type>::value>::type>
+  template <class V,
+            class = typename std::enable_if<!std::is_base_of<Argument, typename std::decay<V>::type>::value>::type>
   explicit GenericArgument(V&& value)
       : Argument(TypePair("ArgT", typeid(T).name()), nullptr, 1), m_value(std::forward<V>(value)) {
     m_data = &m_value;

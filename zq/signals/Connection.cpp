@@ -35,7 +35,8 @@ ConnectionImplCpp::ConnectionImplCpp(const void* receiver, const char* slot, Con
                                      boost::asio::io_service* runLoop)
     : ConnectionImpl(type, receiver, slot != nullptr ? slot : ""), m_runLoop(runLoop) {}
 
-ConnectionImplCpp::ConnectionImplCpp(const ConnectionImplCpp& other) : ConnectionImpl(other), m_runLoop(other.runLoop()) {}
+ConnectionImplCpp::ConnectionImplCpp(const ConnectionImplCpp& other)
+    : ConnectionImpl(other), m_runLoop(other.runLoop()) {}
 
 ConnectionImplCpp& ConnectionImplCpp::operator=(const ConnectionImplCpp& other) {
   ConnectionImpl::operator=(other);

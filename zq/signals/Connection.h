@@ -30,10 +30,10 @@ class ConnectionImpl;
 // The kind of a connection in the low bits, and two request flags that only travel into
 // SignalPublisher::validateType, which strips them.
 enum ConnectionType : unsigned int {
-  Disconnected = 0,  // taken out; must not fire
-  Direct = 1,        // runs on the emitting thread, during the emission
-  Queued = 2,        // runs later on a run loop's thread
-  Blocking = 3,      // carried and printed; the library itself does not call such a slot
+  Disconnected = 0,             // taken out; must not fire
+  Direct = 1,                   // runs on the emitting thread, during the emission
+  Queued = 2,                   // runs later on a run loop's thread
+  Blocking = 3,                 // carried and printed; the library itself does not call such a slot
   PrependConnection = 0x40000,  // goes to the front of the list
   UniqueConnection = 0x80000,   // not made when an equal connection exists
 };
@@ -58,8 +58,8 @@ struct ZQ_API CallStackFrame {
 
   GuardedPtr<SignalPublisher> publisher;  // who emits
   std::string signal;
-  std::shared_ptr<ArgumentVector> args;  // may be null
-  float delay;                           // seconds; set by whoever emits
+  std::shared_ptr<ArgumentVector> args;        // may be null
+  float delay;                                 // seconds; set by whoever emits
   std::shared_ptr<ConnectionImpl> connection;  // on the stack: the connection being served
 };
 

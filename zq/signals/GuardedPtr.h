@@ -18,8 +18,8 @@
 
 #include <zq/Export.h>
 
-#include <boost/thread/shared_mutex.hpp>
 #include <boost/thread/lock_types.hpp>
+#include <boost/thread/shared_mutex.hpp>
 
 #include <atomic>
 #include <cstdint>
@@ -85,7 +85,7 @@ class ZQ_API SharedCountPtr {
   bool operator<(const SharedCountPtr& other) const { return getCounter() < other.getCounter(); }
 
  private:
-  mutable std::mutex m_mutex;  // covers m_counter (and m_object in GuardedPtr)
+  mutable std::mutex m_mutex;           // covers m_counter (and m_object in GuardedPtr)
   std::atomic<SharedCount*> m_counter;  // guards read it without m_mutex
 };
 

@@ -28,8 +28,7 @@ thread_local ThreadStack t_stack;
 
 const std::string SignalPublisher::sm_Empty;
 
-SignalPublisher::SignalPublisher()
-    : m_objectDebugID(s_nextObjectDebugID.fetch_add(1, std::memory_order_relaxed)) {
+SignalPublisher::SignalPublisher() : m_objectDebugID(s_nextObjectDebugID.fetch_add(1, std::memory_order_relaxed)) {
   declareSignal(createDeclaration(kDestroyed, TypePair("SignalPublisher*", typeid(SignalPublisher*).name())));
 }
 

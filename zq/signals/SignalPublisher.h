@@ -122,9 +122,8 @@ class ZQ_API SignalPublisher {
   bool connect(const std::string& signal, R* receiver, M method, ConnectionType type = Direct,
                boost::asio::io_service* runLoop = nullptr) {
     typedef internal::MemberCall<R, M> Call;
-    return connectSlot<typename internal::CallableParams<M>::type>(signal, type, receiver,
-                                                                    internal::memberSlotName(method), runLoop,
-                                                                    Call{receiver, method});
+    return connectSlot<typename internal::CallableParams<M>::type>(
+        signal, type, receiver, internal::memberSlotName(method), runLoop, Call{receiver, method});
   }
   // A free function; its address identifies it.
   template <class Ret, class... P>
@@ -140,12 +139,13 @@ class ZQ_API SignalPublisher {
   bool connect(const std::string& signal, R* owner, F&& function, ConnectionType type = Direct,
                boost::asio::io_service* runLoop = nullptr) {
     typedef typename std::decay<F>::type Function;
-    return connectSlot<typename internal::CallableParams<Function>::type>(
-        signal, type, owner, typeid(Function).name(), runLoop, Function(std::forward<F>(function)));
+    return connectSlot<typename internal::CallableParams<Function>::type>(signal, type, owner, typeid(Function).name(),
+                                                                          runLoop, Function(std::forward<F>(function)));
   }
   // A function object or lambda with no owner; its type identifies it (receiver null).
-  template <class F, class = typename std::enable_if<std::is_class<typename std::decay<F>::type>::value &&
-                                                     internal::IsSlotFunction<typename std::decay<F>::type>::value>::type>
+  template <class F,
+            class = typename std::enable_if<std::is_class<typename std::decay<F>::type>::value &&
+                                            internal::IsSlotFunction<typename std::decay<F>::type>::value>::type>
   bool connect(const std::string& signal, F&& function, ConnectionType type = Direct,
                boost::asio::io_service* runLoop = nullptr) {
     typedef typename std::decay<F>::type Function;
@@ -171,7 +171,8 @@ class ZQ_API SignalPublisher {
                                             internal::IsSlotFunction<typename std::decay<F>::type>::value>::type>
   bool connect(const Signal<A...>& signal, R* owner, F&& function, ConnectionType type = Direct,
                boost::asio::io_service* runLoop = nullptr) {
-    internal::checkSlot<internal::Params<A...>, typename internal::CallableParams<typename std::decay<F>::type>::type>();
+    internal::checkSlot<internal::Params<A...>,
+                        typename internal::CallableParams<typename std::decay<F>::type>::type>();
     return connect(std::string(signal.name), owner, std::forward<F>(function), type, runLoop);
   }
   template <class... A, class F,
@@ -179,7 +180,8 @@ class ZQ_API SignalPublisher {
                                             internal::IsSlotFunction<typename std::decay<F>::type>::value>::type>
   bool connect(const Signal<A...>& signal, F&& function, ConnectionType type = Direct,
                boost::asio::io_service* runLoop = nullptr) {
-    internal::checkSlot<internal::Params<A...>, typename internal::CallableParams<typename std::decay<F>::type>::type>();
+    internal::checkSlot<internal::Params<A...>,
+                        typename internal::CallableParams<typename std::decay<F>::type>::type>();
     return connect(std::string(signal.name), std::forward<F>(function), type, runLoop);
   }
 
@@ -212,8 +214,8 @@ class ZQ_API SignalPublisher {
   // Calls each connection of `signal` in list order; returns how many took the call (16-bit,
   // wrapping). An exception from a direct slot passes through, and its frame stays on the
   // call stack. The last two parameters are not used.
-  short emitSignal(const char* signal, std::shared_ptr<ArgumentVector> args, float delay = 0.0f,
-                   const char* = nullptr, int = 0) const;
+  short emitSignal(const char* signal, std::shared_ptr<ArgumentVector> args, float delay = 0.0f, const char* = nullptr,
+                   int = 0) const;
   short emitSignal(const CallStackFrame& frame) const;
   // Typed emission: each value travels as carried_t of its type.
   template <class... V>
@@ -234,8 +236,8 @@ class ZQ_API SignalPublisher {
   static std::list<CallStackFrame>* swapStack(std::list<CallStackFrame>* stack);
   static GuardedPtr<SignalPublisher> currentPublisher();  // null outside a slot
   static GuardedPtr<SignalPublisher> firstPublisher();
-  static const std::string& currentSignal();   // empty outside a slot
-  static ConnectionType currentSignalType();   // Disconnected outside a slot
+  static const std::string& currentSignal();  // empty outside a slot
+  static ConnectionType currentSignalType();  // Disconnected outside a slot
   static bool isPublisher(GuardedPtr<SignalPublisher> publisher);
 
   // ---- life ------------------------------------------------------------------------------

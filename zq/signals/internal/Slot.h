@@ -33,14 +33,14 @@ template <class R, class... P>
 struct CallableParams<R (*)(P...) noexcept> {
   typedef Params<P...> type;
 };
-#define ZQ_INTERNAL_MEMBER_PARAMS(QUALIFIERS)               \
-  template <class R, class C, class... P>                  \
-  struct CallableParams<R (C::*)(P...) QUALIFIERS> {        \
-    typedef Params<P...> type;                             \
-  };                                                       \
-  template <class R, class C, class... P>                  \
+#define ZQ_INTERNAL_MEMBER_PARAMS(QUALIFIERS)                 \
+  template <class R, class C, class... P>                     \
+  struct CallableParams<R (C::*)(P...) QUALIFIERS> {          \
+    typedef Params<P...> type;                                \
+  };                                                          \
+  template <class R, class C, class... P>                     \
   struct CallableParams<R (C::*)(P...) QUALIFIERS noexcept> { \
-    typedef Params<P...> type;                             \
+    typedef Params<P...> type;                                \
   };
 ZQ_INTERNAL_MEMBER_PARAMS()
 ZQ_INTERNAL_MEMBER_PARAMS(const)
@@ -83,8 +83,7 @@ struct PrefixFits<true, Params<A...>, Params<P...>> {
 template <class Declared, class Taken>
 struct SlotFits;
 template <class... A, class... P>
-struct SlotFits<Params<A...>, Params<P...>> : PrefixFits<(sizeof...(P) <= sizeof...(A)), Params<A...>, Params<P...>> {
-};
+struct SlotFits<Params<A...>, Params<P...>> : PrefixFits<(sizeof...(P) <= sizeof...(A)), Params<A...>, Params<P...>> {};
 
 template <class Declared, class Taken>
 void checkSlot() {
@@ -114,8 +113,8 @@ inline const char* functionSlotName() { return "function"; }
 template <class Function, class... P>
 class SlotConnection : public ConnectionImplCpp {
  public:
-  SlotConnection(const void* receiver, const std::string& slot, ConnectionType type,
-                 boost::asio::io_service* runLoop, Function function)
+  SlotConnection(const void* receiver, const std::string& slot, ConnectionType type, boost::asio::io_service* runLoop,
+                 Function function)
       : ConnectionImplCpp(receiver, slot.c_str(), type, runLoop), m_function(std::move(function)) {}
 
   bool is_call_compatible(const SignalDeclaration& declaration) const override {
