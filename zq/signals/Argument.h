@@ -18,6 +18,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <ostream>
 #include <string>
 #include <type_traits>
@@ -145,41 +146,49 @@ ZQ_API std::ostream& operator<<(std::ostream& os, const ArgumentVector& v);
 
 // ---- carrying C++ values ---------------------------------------------------------------
 
-// How a C++ type travels: its TypePair for declarations and slots, the Argument that carries
-// a value of it, and the reading of that value back.
+// How a C++ type travels: its TypePair for declarations and slots, the Argument class that
+// carries a value of it (built from init(value)), and the reading of that value back.
 template <class T>
 struct ArgumentTraits {
+  typedef GenericArgument<T> argument_type;
   static TypePair type() { return TypePair(typeid(T).name(), typeid(T).name()); }
   template <class V>
-  static Argument* make(V&& value) {
-    return new GenericArgument<T>(std::forward<V>(value));
+  static V&& init(V&& value) {
+    return std::forward<V>(value);
   }
   static const T& get(const Argument& a) { return *static_cast<const T*>(a.m_data); }
 };
 
 template <>
 struct ArgumentTraits<std::string> {
+  typedef StringArgument argument_type;
   static TypePair type() { return TypePair("std::string", typeid(std::string).name()); }
-  static Argument* make(const std::string& text) { return new StringArgument(basic_stringref<char>(text)); }
-  static Argument* make(const char* text) { return new StringArgument(basic_stringref<char>(text)); }
-  static Argument* make(const std::wstring& text) { return new StringArgument(basic_stringref<wchar_t>(text)); }
-  static Argument* make(const wchar_t* text) { return new StringArgument(basic_stringref<wchar_t>(text)); }
-  static Argument* make(const std::u16string& text) {
-    return new StringArgument(
-        basic_stringref<unsigned short>(reinterpret_cast<const unsigned short*>(text.data()), text.size()));
+  static basic_stringref<char> init(const std::string& text) { return text; }
+  static basic_stringref<char> init(const char* text) { return text; }
+  static basic_stringref<wchar_t> init(const std::wstring& text) { return text; }
+  static basic_stringref<wchar_t> init(const wchar_t* text) { return text; }
+  static basic_stringref<unsigned short> init(const std::u16string& text) {
+    return basic_stringref<unsigned short>(reinterpret_cast<const unsigned short*>(text.data()), text.size());
   }
   static const std::string& get(const Argument& a) { return *static_cast<const std::string*>(a.m_data); }
 };
 
 template <>
 struct ArgumentTraits<std::vector<std::string>> {
+  typedef StringArrayArgument argument_type;
   static TypePair type() { return TypePair("std::string[]", typeid(std::string[]).name()); }
-  static Argument* make(const std::vector<std::string>& strings) { return new StringArrayArgument(strings); }
+  static const std::vector<std::string>& init(const std::vector<std::string>& strings) { return strings; }
   static std::vector<std::string> get(const Argument& a) {
     const std::string* first = static_cast<const std::string*>(a.m_data);
     return std::vector<std::string>(first, first + a.m_count);
   }
 };
+
+// A new argument carrying `value` as a T, for an ArgumentVector to own.
+template <class T, class V>
+Argument* makeArgument(V&& value) {
+  return new typename ArgumentTraits<T>::argument_type(ArgumentTraits<T>::init(std::forward<V>(value)));
+}
 
 namespace internal {
 template <class T>
@@ -232,16 +241,57 @@ const T* argument_cast(const Argument* a) {
   return carries<T>(a) ? &ArgumentTraits<T>::get(*a) : nullptr;
 }
 
+namespace internal {
+// A vector and its arguments in one allocation, shared through the vector's address: an
+// emission then costs one allocation whatever the number of arguments. The block, not the
+// vector, ends the arguments.
+template <class... T>
+class ArgumentBlock {
+ public:
+  template <class... V>
+  explicit ArgumentBlock(V&&... values) {
+    std::size_t i = 0;
+    try {
+      ((vector.m_args[i] = ::new (static_cast<void*>(&m_storage[i]))
+            typename ArgumentTraits<T>::argument_type(ArgumentTraits<T>::init(std::forward<V>(values))),
+        ++i),
+       ...);
+    } catch (...) {
+      release();
+      throw;
+    }
+  }
+  ~ArgumentBlock() { release(); }
+  ArgumentBlock(const ArgumentBlock&) = delete;
+  ArgumentBlock& operator=(const ArgumentBlock&) = delete;
+
+  ArgumentVector vector;
+
+ private:
+  void release() {
+    for (Argument*& a : vector.m_args) {
+      if (a != nullptr) a->~Argument();
+      a = nullptr;
+    }
+  }
+
+  typedef
+      typename std::aligned_union<1, GenericArgument<char>, typename ArgumentTraits<T>::argument_type...>::type Storage;
+  Storage m_storage[sizeof...(T) == 0 ? 1 : sizeof...(T)];
+};
+
+template <class... T, class... V>
+std::shared_ptr<ArgumentVector> makeArgumentsAs(V&&... values) {
+  static_assert(sizeof...(T) <= ArgumentVector::max, "a signal carries at most eight arguments");
+  std::shared_ptr<ArgumentBlock<T...>> block = std::make_shared<ArgumentBlock<T...>>(std::forward<V>(values)...);
+  return std::shared_ptr<ArgumentVector>(block, &block->vector);
+}
+}  // namespace internal
+
 // A vector with one argument for each value, in order; text becomes UTF-8 strings.
 template <class... V>
 std::shared_ptr<ArgumentVector> makeArguments(V&&... values) {
-  static_assert(sizeof...(V) <= ArgumentVector::max, "a signal carries at most eight arguments");
-  std::shared_ptr<ArgumentVector> args = std::make_shared<ArgumentVector>();
-  std::size_t i = 0;
-  // Each argument is owned by the vector as soon as it exists, so a throwing one leaks none.
-  ((args->m_args[i++] = ArgumentTraits<carried_t<V>>::make(std::forward<V>(values))), ...);
-  (void)i;
-  return args;
+  return internal::makeArgumentsAs<carried_t<V>...>(std::forward<V>(values)...);
 }
 
 }  // namespace zq

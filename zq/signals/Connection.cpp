@@ -7,6 +7,10 @@ namespace zq {
 
 CallStackFrame::CallStackFrame() : delay(0.0f) {}
 
+CallStackFrame::CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, const char* signal,
+                               std::shared_ptr<ArgumentVector> args, float delay)
+    : publisher(publisher), signal(signal != nullptr ? signal : ""), args(std::move(args)), delay(delay) {}
+
 // ---- ConnectionImpl ---------------------------------------------------------------------
 
 ConnectionImpl::ConnectionImpl(ConnectionType type, const void* receiver, const std::string& slot)

@@ -55,6 +55,8 @@ typedef std::list<std::shared_ptr<ConnectionImpl>> ConnectionList;
 // record, the arguments and the connection alive, which lets a frame cross threads.
 struct ZQ_API CallStackFrame {
   CallStackFrame();
+  CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, const char* signal, std::shared_ptr<ArgumentVector> args,
+                 float delay);
 
   GuardedPtr<SignalPublisher> publisher;  // who emits
   std::string signal;

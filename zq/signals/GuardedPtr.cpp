@@ -24,16 +24,36 @@ SharedCount::SharedCount() : m_ownerCount(1), m_pointerCount(0), m_destroyed(fal
 
 SharedCount::~SharedCount() { forgetMutex(m_mutex); }
 
+namespace {
+// The count after adding `delta`, saturating at zero.
+std::uint64_t added(std::uint64_t count, int delta) {
+  const std::uint64_t magnitude = static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta));
+  return delta < 1 && magnitude > count ? 0 : count + static_cast<std::uint64_t>(static_cast<std::int64_t>(delta));
+}
+}  // namespace
+
 bool SharedCount::changeCount(int delta, bool owner) {
+  if (!owner && delta != 0) {
+    // A pointer count that stays above zero cannot make both counts zero, so copies and
+    // drops of all but the last pointer need no lock. Reaching zero, or leaving it, is
+    // decided under m_mutex with the owner count.
+    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
+    while (delta > 0 ? count >= 1 : count > static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta)))
+      if (m_pointerCount.compare_exchange_weak(count, added(count, delta), std::memory_order_acq_rel,
+                                               std::memory_order_relaxed))
+        return false;
+  }
   std::lock_guard<std::mutex> lock(m_mutex);
-  std::uint64_t& count = owner ? m_ownerCount : m_pointerCount;
-  if (delta < 1 && static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta)) > count)
-    count = 0;  // saturate: a count never wraps
-  else
-    count += static_cast<std::int64_t>(delta);
-  if (owner && delta < 0 && !m_destroyed.load(std::memory_order_relaxed))
-    m_destroyed.store(true, std::memory_order_relaxed);
-  return m_ownerCount == 0 && m_pointerCount == 0;
+  if (owner) {
+    m_ownerCount = added(m_ownerCount, delta);
+    if (delta < 0 && !m_destroyed.load(std::memory_order_relaxed)) m_destroyed.store(true, std::memory_order_relaxed);
+  } else {
+    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
+    while (!m_pointerCount.compare_exchange_weak(count, added(count, delta), std::memory_order_acq_rel,
+                                                 std::memory_order_relaxed)) {
+    }
+  }
+  return m_ownerCount == 0 && m_pointerCount.load(std::memory_order_acquire) == 0;
 }
 
 std::uint64_t SharedCount::ownerCount() const {
@@ -41,10 +61,7 @@ std::uint64_t SharedCount::ownerCount() const {
   return m_ownerCount;
 }
 
-std::uint64_t SharedCount::pointerCount() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_pointerCount;
-}
+std::uint64_t SharedCount::pointerCount() const { return m_pointerCount.load(std::memory_order_acquire); }
 
 // ---- SharedCountPtr ---------------------------------------------------------------------
 
@@ -79,11 +96,9 @@ SharedCountPtr& SharedCountPtr::operator=(const SharedCountPtr& other) {
 }
 
 SharedCountPtr::~SharedCountPtr() {
-  {
-    // Not reset(): the derived part is gone, and only the record needs letting go.
-    std::lock_guard<std::mutex> lock(m_mutex);
-    SharedCountPtr::resetNoLock(nullptr);
-  }
+  // Not reset(): the derived part is gone, only the record needs letting go, and nobody may
+  // use a pointer that is being destroyed, so its own mutex need not be taken.
+  SharedCountPtr::resetNoLock(nullptr);
   forgetMutex(m_mutex);
 }
 

@@ -51,7 +51,8 @@ class ZQ_API SharedCount {
   mutable std::mutex m_mutex;  // covers the counts and the writing of m_destroyed
   boost::shared_mutex m_objectLock;
   std::uint64_t m_ownerCount;
-  std::uint64_t m_pointerCount;
+  // Changes that keep it above zero decide nothing and skip m_mutex; see changeCount.
+  std::atomic<std::uint64_t> m_pointerCount;
   std::atomic<bool> m_destroyed;  // read without m_mutex by guards
 };
 
@@ -102,7 +103,12 @@ class GuardedPtr : public SharedCountPtr {
     SharedCountPtr::resetNoLock(new SharedCount());
     m_object.store(object, std::memory_order_relaxed);
   }
-  GuardedPtr(const GuardedPtr& other) : SharedCountPtr(), m_object(nullptr) { *this = other; }
+  // Like default construction and assignment, without locking a mutex nobody else can see yet.
+  GuardedPtr(const GuardedPtr& other) : SharedCountPtr(), m_object(nullptr) {
+    std::lock_guard<std::mutex> theirs(other.getMutex());
+    SharedCountPtr::resetNoLock(other.getCounter());
+    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  }
   GuardedPtr& operator=(const GuardedPtr& other) {
     std::lock_guard<std::mutex> own(getMutex());
     if (&other != this) {

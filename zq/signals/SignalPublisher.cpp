@@ -239,33 +239,40 @@ void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
 
 short SignalPublisher::emitSignal(const char* signal, std::shared_ptr<ArgumentVector> args, float delay, const char*,
                                   int) const {
-  CallStackFrame frame;
-  frame.publisher = getPtr();
-  frame.signal = signal != nullptr ? signal : "";
-  frame.args = std::move(args);
-  frame.delay = delay;
-  return emitSignal(frame);
+  const GuardedPtr<SignalPublisher>& self = getPtr();  // made here even if nothing is connected
+  // The frame is built on the stack itself: nothing is copied twice.
+  return emitWith(signal != nullptr ? signal : "",
+                  [&](std::list<CallStackFrame>& stack) { stack.emplace_back(self, signal, std::move(args), delay); });
 }
 
 short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
+  return emitWith(frame.signal.c_str(), [&](std::list<CallStackFrame>& stack) { stack.push_back(frame); });
+}
+
+template <class PushFrame>
+short SignalPublisher::emitWith(const char* signal, PushFrame pushFrame) const {
   ConnectionSnapshot connections;
   {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    const auto entry = m_connections.find(frame.signal);
+    const auto entry = m_connections.find(signal);
     if (entry == m_connections.end()) return 0;
     connections.assign(entry->second.begin(), entry->second.end());
   }
   // From here on only the snapshot and the thread's stack are touched: a slot may destroy
   // this publisher.
   std::list<CallStackFrame>& stack = callStack();
-  stack.push_back(frame);
+  pushFrame(stack);
   CallStackFrame& top = stack.back();
   unsigned short count = 0;
-  for (const auto& connection : connections) {
+  for (std::shared_ptr<ConnectionImpl>& connection : connections) {
     // Tested afresh each time: an earlier slot or another thread may have disconnected it.
     if (connection->type() == Disconnected) continue;
-    top.connection = connection;
-    if (connection->emit_signal(stack)) ++count;
+    // The frame holds the connection while it is served; swapping moves no reference count.
+    // If the slot throws, the frame keeps it.
+    top.connection.swap(connection);
+    const bool took = top.connection->emit_signal(stack);
+    connection.swap(top.connection);
+    if (took) ++count;
   }
   stack.pop_back();
   return static_cast<short>(count);

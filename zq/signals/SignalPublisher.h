@@ -226,7 +226,9 @@ class ZQ_API SignalPublisher {
   template <class... A, class... V>
   short emit(const Signal<A...>& signal, V&&... values) const {
     static_assert(sizeof...(A) == sizeof...(V), "emit gives one value for each declared argument");
-    return emitSignal(signal.name, sizeof...(V) == 0 ? nullptr : makeTypedArguments<A...>(std::forward<V>(values)...));
+    return emitSignal(signal.name, sizeof...(V) == 0
+                                       ? nullptr
+                                       : internal::makeArgumentsAs<carried_t<A>...>(std::forward<V>(values)...));
   }
 
   // ---- the calling thread's emissions ------------------------------------------------------
@@ -271,6 +273,11 @@ class ZQ_API SignalPublisher {
   SignalPublisher(const SignalPublisher&);
   SignalPublisher& operator=(const SignalPublisher&);
 
+  // The emission of `signal`; `pushFrame(stack)` puts its frame on the stack once something is
+  // found connected.
+  template <class PushFrame>
+  short emitWith(const char* signal, PushFrame pushFrame) const;
+
   // Takes out every connection of `list` that answers to (receiver, slot).
   static void disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot);
 
@@ -282,14 +289,6 @@ class ZQ_API SignalPublisher {
     typedef typename internal::SlotConnectionFor<Function, Parameters>::type Connection;
     return addConnection(signal, std::make_shared<Connection>(receiver, slot, type, runLoop, std::move(function)),
                          position);
-  }
-
-  template <class... A, class... V>
-  static std::shared_ptr<ArgumentVector> makeTypedArguments(V&&... values) {
-    std::shared_ptr<ArgumentVector> args = std::make_shared<ArgumentVector>();
-    std::size_t i = 0;
-    ((args->m_args[i++] = ArgumentTraits<carried_t<A>>::make(std::forward<V>(values))), ...);
-    return args;
   }
 
   mutable std::atomic<std::size_t> m_objectDebugID;
