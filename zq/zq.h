@@ -17,6 +17,12 @@
 #include <zq/threads/Thread.h>
 #include <zq/threads/TimeWindow.h>
 
+// signals
+#include <zq/signals/Argument.h>
+#include <zq/signals/Connection.h>
+#include <zq/signals/GuardedPtr.h>
+#include <zq/signals/SignalPublisher.h>
+
 // plugin
 #include <zq/plugin/Component.h>
 #include <zq/plugin/ComponentPack.h>

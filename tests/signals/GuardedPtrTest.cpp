@@ -1,0 +1,112 @@
+#include <zq/signals/GuardedPtr.h>
+
+#include "tests/support/Wait.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using zq::GuardedPtr;
+using zq::SharedCount;
+using zq::SharedCountPtr;
+using zq::SharedCountPtrGuard;
+
+TEST(GuardedPtrTest, CountsSaturateAndMarkDeathOnce) {
+  SharedCount* record = new SharedCount();
+  SharedCountPtr keep(record);  // frees the record at the end of the test
+  EXPECT_EQ(1u, record->ownerCount());
+  EXPECT_EQ(1u, record->pointerCount());
+  EXPECT_FALSE(record->changeCount(-1, true));
+  EXPECT_TRUE(record->isDestroyed());
+  EXPECT_FALSE(record->changeCount(-5, true)) << "one pointer is left";
+  EXPECT_EQ(0u, record->ownerCount()) << "saturates at zero";
+  EXPECT_TRUE(record->isDestroyed());
+  EXPECT_FALSE(record->changeCount(3, true));
+  EXPECT_TRUE(record->isDestroyed()) << "never cleared";
+  EXPECT_FALSE(record->changeCount(-3, true));
+}
+
+TEST(GuardedPtrTest, CopiesAssignmentsAndResetsShareOneRecord) {
+  int object = 0;
+  GuardedPtr<int> a(&object);
+  SharedCount* record = a.getCounter();
+  ASSERT_NE(nullptr, record);
+  GuardedPtr<int> b(a);
+  GuardedPtr<int> c;
+  c = b;
+  c = c;
+  EXPECT_EQ(3u, record->pointerCount());
+  EXPECT_TRUE(a == c);
+  EXPECT_EQ(&object, c.get());
+
+  c.reset(record);
+  EXPECT_EQ(3u, record->pointerCount()) << "resetting to the record held changes no count";
+  EXPECT_EQ(nullptr, c.get()) << "a reset clears the plain pointer, whatever the record";
+  c.reset(nullptr);
+  EXPECT_EQ(2u, record->pointerCount());
+
+  SharedCountPtr fromNull(static_cast<const SharedCountPtr*>(nullptr));
+  EXPECT_EQ(nullptr, fromNull.getCounter());
+  SharedCountPtr fromPointer(&a);
+  EXPECT_EQ(record, fromPointer.getCounter());
+  EXPECT_FALSE(fromNull == fromPointer);
+  EXPECT_TRUE(fromNull < fromPointer);
+  a.markDestroyed();  // without it the record would outlive every pointer (the sanitizer sees a leak)
+}
+
+TEST(GuardedPtrTest, GuardsAnswerOnceWhetherTheObjectLived) {
+  SharedCountPtr null;
+  {
+    SharedCountPtrGuard guard(null);
+    EXPECT_FALSE(guard.isProtected());
+    EXPECT_FALSE(SharedCountPtrGuard::s_emptyLock.try_lock()) << "a null guard holds the empty lock";
+  }
+  ASSERT_TRUE(SharedCountPtrGuard::s_emptyLock.try_lock());
+  SharedCountPtrGuard::s_emptyLock.unlock();
+
+  int object = 0;
+  GuardedPtr<int> ptr(&object);
+  SharedCount* record = ptr.getCounter();
+  GuardedPtr<int> copy(ptr);
+  {
+    SharedCountPtrGuard before(copy);
+    EXPECT_EQ(3u, record->pointerCount());
+    ptr.markDestroyed();
+    ptr.markDestroyed();
+    EXPECT_EQ(0u, record->ownerCount()) << "marking twice counts once";
+    EXPECT_TRUE(before.isProtected()) << "the answer stands for the guard's life";
+    SharedCountPtrGuard after(copy);
+    EXPECT_FALSE(after.isProtected());
+    EXPECT_EQ(3u, record->pointerCount()) << "an unprotected guard holds no reference";
+  }
+  EXPECT_EQ(&object, copy.get()) << "the plain pointer outlives the object";
+}
+
+TEST(GuardedPtrTest, TheLastPointerWaitsForGuardsBeforeFreeingTheRecord) {
+  int object = 0;
+  auto ptr = std::make_unique<GuardedPtr<int>>(&object);
+  ptr->markDestroyed();
+  GuardedPtr<int> source(*ptr);
+  std::atomic<bool> released(false);
+  std::thread releaser;
+  {
+    // A guard's own reference is dropped when it dies; the shared lock is what makes the
+    // record's last pointer wait.
+    SharedCountPtrGuard guard(source);
+    ASSERT_FALSE(guard.isProtected());
+    boost::shared_lock<boost::shared_mutex> held(ptr->getCounter()->objectLock());
+    source.reset(nullptr);
+    releaser = std::thread([&] {
+      ptr.reset();  // the last reference
+      released = true;
+    });
+    EXPECT_FALSE(zq::test::waitFor([&] { return released.load(); }, std::chrono::milliseconds(200)));
+  }
+  EXPECT_TRUE(zq::test::waitFor([&] { return released.load(); }));
+  releaser.join();
+}
+
+}  // namespace

@@ -1,0 +1,152 @@
+#include <zq/signals/GuardedPtr.h>
+
+#if defined(__SANITIZE_THREAD__)
+#include <sanitizer/tsan_interface.h>
+#endif
+
+namespace zq {
+namespace {
+// std::mutex dies without telling the thread sanitizer, which then takes the next mutex at
+// the same address for the same one and reports lock orders that never met. Pointers come
+// and go on the stack by the thousand, so tell it.
+inline void forgetMutex(std::mutex& mutex) {
+#if defined(__SANITIZE_THREAD__)
+  __tsan_mutex_destroy(&mutex, 0);
+#else
+  (void)mutex;
+#endif
+}
+}  // namespace
+
+// ---- SharedCount ------------------------------------------------------------------------
+
+SharedCount::SharedCount() : m_ownerCount(1), m_pointerCount(0), m_destroyed(false) {}
+
+SharedCount::~SharedCount() { forgetMutex(m_mutex); }
+
+namespace {
+// The count after adding `delta`, saturating at zero.
+std::uint64_t added(std::uint64_t count, int delta) {
+  const std::uint64_t magnitude = static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta));
+  return delta < 1 && magnitude > count ? 0 : count + static_cast<std::uint64_t>(static_cast<std::int64_t>(delta));
+}
+}  // namespace
+
+bool SharedCount::changeCount(int delta, bool owner) {
+  if (!owner && delta != 0) {
+    // A pointer count that stays above zero cannot make both counts zero, so copies and
+    // drops of all but the last pointer need no lock. Reaching zero, or leaving it, is
+    // decided under m_mutex with the owner count.
+    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
+    while (delta > 0 ? count >= 1 : count > static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta)))
+      if (m_pointerCount.compare_exchange_weak(count, added(count, delta), std::memory_order_acq_rel,
+                                               std::memory_order_relaxed))
+        return false;
+  }
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (owner) {
+    m_ownerCount = added(m_ownerCount, delta);
+    if (delta < 0 && !m_destroyed.load(std::memory_order_relaxed)) m_destroyed.store(true, std::memory_order_relaxed);
+  } else {
+    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
+    while (!m_pointerCount.compare_exchange_weak(count, added(count, delta), std::memory_order_acq_rel,
+                                                 std::memory_order_relaxed)) {
+    }
+  }
+  return m_ownerCount == 0 && m_pointerCount.load(std::memory_order_acquire) == 0;
+}
+
+std::uint64_t SharedCount::ownerCount() const {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_ownerCount;
+}
+
+std::uint64_t SharedCount::pointerCount() const { return m_pointerCount.load(std::memory_order_acquire); }
+
+// ---- SharedCountPtr ---------------------------------------------------------------------
+
+SharedCountPtr::SharedCountPtr() : m_counter(nullptr) {}
+
+SharedCountPtr::SharedCountPtr(SharedCount* counter) : m_counter(nullptr) {
+  if (counter != nullptr) {
+    counter->changeCount(1, false);
+    m_counter.store(counter, std::memory_order_relaxed);
+  }
+}
+
+SharedCountPtr::SharedCountPtr(const SharedCountPtr& other) : m_counter(nullptr) {
+  std::lock_guard<std::mutex> lock(other.m_mutex);
+  SharedCount* counter = other.getCounter();
+  if (counter != nullptr) {
+    counter->changeCount(1, false);
+    m_counter.store(counter, std::memory_order_relaxed);
+  }
+}
+
+SharedCountPtr::SharedCountPtr(const SharedCountPtr* other)
+    : SharedCountPtr(other != nullptr ? *other : SharedCountPtr()) {}
+
+SharedCountPtr& SharedCountPtr::operator=(const SharedCountPtr& other) {
+  std::lock_guard<std::mutex> own(m_mutex);
+  if (&other != this) {
+    std::lock_guard<std::mutex> theirs(other.m_mutex);
+    resetNoLock(other.getCounter());
+  }
+  return *this;
+}
+
+SharedCountPtr::~SharedCountPtr() {
+  // Not reset(): the derived part is gone, only the record needs letting go, and nobody may
+  // use a pointer that is being destroyed, so its own mutex need not be taken.
+  SharedCountPtr::resetNoLock(nullptr);
+  forgetMutex(m_mutex);
+}
+
+void SharedCountPtr::reset(SharedCount* counter) {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  resetNoLock(counter);
+}
+
+void SharedCountPtr::resetNoLock(SharedCount* counter) {
+  SharedCount* old = getCounter();
+  if (counter == old) return;
+  if (counter != nullptr) counter->changeCount(1, false);
+  if (old != nullptr && old->changeCount(-1, false)) {
+    // The last reference: wait for every guard still holding the record, then free it.
+    old->objectLock().lock();
+    old->objectLock().unlock();
+    delete old;
+  }
+  m_counter.store(counter, std::memory_order_relaxed);
+}
+
+void SharedCountPtr::markDestroyed() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  SharedCount* counter = getCounter();
+  if (counter != nullptr && !counter->isDestroyed()) counter->changeCount(-1, true);
+}
+
+// ---- SharedCountPtrGuard ----------------------------------------------------------------
+
+boost::shared_mutex SharedCountPtrGuard::s_emptyLock;
+
+namespace {
+// The record is read without the pointer's mutex: the source must keep its reference while
+// the guard is being built.
+boost::shared_mutex& objectLockOf(const SharedCountPtr& ptr) {
+  SharedCount* counter = ptr.getCounter();
+  return counter != nullptr ? counter->objectLock() : SharedCountPtrGuard::s_emptyLock;
+}
+}  // namespace
+
+SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtr& ptr) : m_lock(objectLockOf(ptr)), m_ptr(ptr) {
+  SharedCount* counter = m_ptr.getCounter();
+  if (counter != nullptr && counter->isDestroyed()) m_ptr.reset(nullptr);
+}
+
+SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtrGuard&) {}
+
+// m_ptr lets go of the record first, then m_lock releases the shared lock.
+SharedCountPtrGuard::~SharedCountPtrGuard() {}
+
+}  // namespace zq

@@ -1,0 +1,159 @@
+// Guarded pointers: pointers to an object that may die on another thread.
+//
+// Many pointers share one small record, the SharedCount, which outlives the object and says
+// whether the object still exists. To use the object, build a SharedCountPtrGuard on the
+// stack and ask isProtected(): while a protected guard lives, the record cannot go away.
+//
+//   zq::GuardedPtr<Widget> ptr(widget);       // a fresh record for a live object
+//   ...                                        // on any thread, from a copy of ptr:
+//   zq::SharedCountPtrGuard guard(copy);
+//   if (guard.isProtected()) copy->repaint();
+//   ...                                        // the owner, before the object comes apart:
+//   ptr.markDestroyed();
+//
+// The object's owner must declare it dead (markDestroyed, or SignalPublisher::resetPtr)
+// before destroying it; a record whose owner never does so reports the object alive for
+// ever and is never freed.
+#pragma once
+
+#include <zq/Export.h>
+
+#include <boost/thread/lock_types.hpp>
+#include <boost/thread/shared_mutex.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+namespace zq {
+
+// The record behind guarded pointers: one owner count standing for the object, one count of
+// pointers, and whether the object was declared dead. Always on the heap; the pointer that
+// drops the last count deletes it. Thread-safe.
+class ZQ_API SharedCount {
+ public:
+  SharedCount();
+  virtual ~SharedCount();
+
+  // Adds `delta` to the owner count (`owner`) or the pointer count, saturating at zero; a
+  // negative owner delta marks the object dead. True when both counts are now zero.
+  bool changeCount(int delta, bool owner);
+
+  bool isDestroyed() const { return m_destroyed.load(std::memory_order_relaxed); }
+  std::uint64_t ownerCount() const;
+  std::uint64_t pointerCount() const;
+  boost::shared_mutex& objectLock() { return m_objectLock; }
+
+ private:
+  SharedCount(const SharedCount&);
+  SharedCount& operator=(const SharedCount&);
+
+  mutable std::mutex m_mutex;  // covers the counts and the writing of m_destroyed
+  boost::shared_mutex m_objectLock;
+  std::uint64_t m_ownerCount;
+  // Changes that keep it above zero decide nothing and skip m_mutex; see changeCount.
+  std::atomic<std::uint64_t> m_pointerCount;
+  std::atomic<bool> m_destroyed;  // read without m_mutex by guards
+};
+
+// One reference to a SharedCount, or null. Each pointer has its own mutex, so pointers are
+// heavy and belong on the stack or in long-lived records. Thread-safe, except that two
+// threads assigning two pointers to each other crosswise can deadlock.
+class ZQ_API SharedCountPtr {
+ public:
+  SharedCountPtr();
+  SharedCountPtr(SharedCount* counter);  // takes a reference when `counter` is not null
+  SharedCountPtr(const SharedCountPtr& other);
+  SharedCountPtr(const SharedCountPtr* other);  // null gives a null pointer
+  SharedCountPtr& operator=(const SharedCountPtr& other);
+  virtual ~SharedCountPtr();
+
+  void reset(SharedCount* counter);
+  // Refers to `counter` instead of the current record, taking the new reference before
+  // dropping the old; the last reference waits for guards, then deletes the record. The
+  // caller holds getMutex().
+  virtual void resetNoLock(SharedCount* counter);
+
+  // Declares the object dead, once: later guards are not protected. Waits for nobody.
+  void markDestroyed();
+
+  SharedCount* getCounter() const { return m_counter.load(std::memory_order_relaxed); }
+  std::mutex& getMutex() const { return m_mutex; }
+
+  // Compare the records' addresses, without a lock.
+  bool operator==(const SharedCountPtr& other) const { return getCounter() == other.getCounter(); }
+  bool operator!=(const SharedCountPtr& other) const { return !(*this == other); }
+  bool operator<(const SharedCountPtr& other) const { return getCounter() < other.getCounter(); }
+
+ private:
+  mutable std::mutex m_mutex;           // covers m_counter (and m_object in GuardedPtr)
+  std::atomic<SharedCount*> m_counter;  // guards read it without m_mutex
+};
+
+// A typed guarded pointer. The plain pointer stays set after the object's death: only a
+// guard tells whether it may be used. Thread-safe like SharedCountPtr.
+template <class T>
+class GuardedPtr : public SharedCountPtr {
+ public:
+  GuardedPtr() : m_object(nullptr) {}
+  // A fresh record for a live object; a null object gives a null pointer.
+  explicit GuardedPtr(T* object) : m_object(nullptr) {
+    if (object == nullptr) return;
+    std::lock_guard<std::mutex> lock(getMutex());
+    SharedCountPtr::resetNoLock(new SharedCount());
+    m_object.store(object, std::memory_order_relaxed);
+  }
+  // Like default construction and assignment, without locking a mutex nobody else can see yet.
+  GuardedPtr(const GuardedPtr& other) : SharedCountPtr(), m_object(nullptr) {
+    std::lock_guard<std::mutex> theirs(other.getMutex());
+    SharedCountPtr::resetNoLock(other.getCounter());
+    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+  GuardedPtr& operator=(const GuardedPtr& other) {
+    std::lock_guard<std::mutex> own(getMutex());
+    if (&other != this) {
+      std::lock_guard<std::mutex> theirs(other.getMutex());
+      resetNoLock(other.getCounter());
+      m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    }
+    return *this;
+  }
+
+  void resetNoLock(SharedCount* counter) override {
+    SharedCountPtr::resetNoLock(counter);
+    m_object.store(nullptr, std::memory_order_relaxed);
+  }
+
+  // The plain pointer, whether or not the object lives.
+  T* get() const { return m_object.load(std::memory_order_relaxed); }
+  T* operator->() const { return get(); }
+  T& operator*() const { return *get(); }
+  explicit operator bool() const { return get() != nullptr; }
+
+ private:
+  std::atomic<T*> m_object;
+};
+
+// Says, once, whether the object of a pointer lived when the guard was built, and keeps the
+// record from being deleted while it lives. Build it on the stack; the source pointer must
+// outlive it (a guard that dropped the last reference would wait for itself).
+class ZQ_API SharedCountPtrGuard {
+ public:
+  explicit SharedCountPtrGuard(const SharedCountPtr& ptr);
+  virtual ~SharedCountPtrGuard();
+
+  bool isProtected() const { return m_ptr.getCounter() != nullptr; }
+
+  // What guards of a null pointer lock.
+  static boost::shared_mutex s_emptyLock;
+
+ protected:
+  SharedCountPtrGuard(const SharedCountPtrGuard&);  // an unbound, unprotected guard
+  SharedCountPtrGuard& operator=(const SharedCountPtrGuard&) { return *this; }
+
+ private:
+  boost::shared_lock<boost::shared_mutex> m_lock;
+  SharedCountPtr m_ptr;
+};
+
+}  // namespace zq

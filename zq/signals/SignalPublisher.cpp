@@ -1,0 +1,343 @@
+#include <zq/signals/SignalPublisher.h>
+
+#include <zq/foundation/Log.h>
+
+#include <boost/container/small_vector.hpp>
+
+#include <cstring>
+
+namespace zq {
+namespace {
+
+const char kDestroyed[] = "destroyed";
+
+std::atomic<std::size_t> s_nextObjectDebugID(1);
+
+// An emission's snapshot of a connection list. Most lists are short: no allocation for them.
+typedef boost::container::small_vector<std::shared_ptr<ConnectionImpl>, 16> ConnectionSnapshot;
+
+// The thread's call stack: `current` is what swapStack exchanges; `owned` is the list the
+// thread made itself, deleted with the thread or when a fresh one replaces it.
+struct ThreadStack {
+  std::list<CallStackFrame>* current = nullptr;
+  std::unique_ptr<std::list<CallStackFrame>> owned;
+};
+thread_local ThreadStack t_stack;
+
+}  // namespace
+
+const std::string SignalPublisher::sm_Empty;
+
+SignalPublisher::SignalPublisher() : m_objectDebugID(s_nextObjectDebugID.fetch_add(1, std::memory_order_relaxed)) {
+  declareSignal(createDeclaration(kDestroyed, TypePair("SignalPublisher*", typeid(SignalPublisher*).name())));
+}
+
+SignalPublisher::~SignalPublisher() {
+  cleanUp();
+  m_self.reset(nullptr);
+}
+
+// ---- declaring --------------------------------------------------------------------------
+
+SignalDeclaration SignalPublisher::createDeclaration(const char* name, const TypePair& a0, const TypePair& a1,
+                                                     const TypePair& a2, const TypePair& a3, const TypePair& a4,
+                                                     const TypePair& a5, const TypePair& a6, const TypePair& a7) {
+  SignalDeclaration declaration(1, TypePair(name, name));
+  for (const TypePair* pair : {&a0, &a1, &a2, &a3, &a4, &a5, &a6, &a7})
+    if (pair->first != nullptr) declaration.push_back(*pair);
+  return declaration;
+}
+
+void SignalPublisher::declareSignal(const SignalDeclaration& declaration) {
+  m_declarations[declaration[0].first] = declaration;
+}
+
+void SignalPublisher::declareSignals(const SignalDeclaration* declarations) {
+  for (; !declarations->empty(); ++declarations) declareSignal(*declarations);
+}
+
+bool SignalPublisher::isDeclared(const char* signal) const { return m_declarations.count(signal) != 0; }
+
+const SignalDeclaration& SignalPublisher::signalDeclaration(const char* signal) const {
+  static const SignalDeclaration s_none;
+  const auto it = m_declarations.find(signal);
+  return it != m_declarations.end() ? it->second : s_none;
+}
+
+bool SignalPublisher::isCallCompatible(const char* signal, const SignalDeclaration& declaration) const {
+  const auto it = m_declarations.find(signal);
+  if (it == m_declarations.end()) return false;
+  const SignalDeclaration& declared = it->second;
+  if (declared.size() != declaration.size()) return false;
+  for (std::size_t i = 1; i < declared.size(); ++i)
+    if (!matchesType(declaration[i], declared[i])) return false;
+  return true;
+}
+
+bool SignalPublisher::isCallCompatible(const SignalDeclaration& declaration, std::shared_ptr<ArgumentVector> args) {
+  for (std::size_t i = 1; i < declaration.size(); ++i) {
+    const Argument* argument = args ? (*args)[i - 1] : nullptr;
+    if (argument == nullptr || !matchesType(declaration[i], argument->m_type)) return false;
+  }
+  return true;
+}
+
+bool SignalPublisher::matchesType(const TypePair& a, const TypePair& b) {
+  return matchesType(a.first, b) || matchesType(a.second, b);
+}
+
+bool SignalPublisher::matchesType(const char* name, const TypePair& b) {
+  const auto same = [](const char* x, const char* y) {
+    return x == y || (x != nullptr && y != nullptr && std::strcmp(x, y) == 0);
+  };
+  return same(name, b.first) || same(name, b.second);
+}
+
+// ---- connecting -------------------------------------------------------------------------
+
+int SignalPublisher::validateType(ConnectionType& type, const char* signal, const void* receiver, const char* slot) {
+  const unsigned int requested = type;
+  type = static_cast<ConnectionType>(requested & ~kConnectionFlagsMask);
+  if ((requested & UniqueConnection) != 0 &&
+      isConnected(signal != nullptr ? signal : "", receiver, slot != nullptr ? slot : ""))
+    return 0;
+  return (requested & PrependConnection) != 0 ? -1 : 1;
+}
+
+void SignalPublisher::connect(const std::string& signal, std::shared_ptr<ConnectionImpl> connection, int position) {
+  addConnection(signal, std::move(connection), position);
+}
+
+bool SignalPublisher::addConnection(const std::string& signal, std::shared_ptr<ConnectionImpl> connection,
+                                    int position) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  const auto declaration = m_declarations.find(signal);
+  if (declaration == m_declarations.end()) {
+    ZQ_LOG(Log::Warning, "zq::SignalPublisher::connect", "connecting an undeclared signal (" << signal << ").");
+    return false;
+  }
+  if (!connection || !connection->is_call_compatible(declaration->second)) {
+    ZQ_LOG(Log::Warning, "zq::SignalPublisher::connect",
+           "type-mismatch on signal connection (" << signal << "->" << (connection ? connection->slot() : sm_Empty)
+                                                  << ").");
+    return false;
+  }
+  ConnectionList& list = m_connections[signal];
+  if (position < 0)
+    list.push_front(std::move(connection));
+  else
+    list.push_back(std::move(connection));
+  return true;
+}
+
+// ---- removing ---------------------------------------------------------------------------
+
+void SignalPublisher::disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot) {
+  for (auto it = list.begin(); it != list.end();) {
+    if ((*it)->isConnected(receiver, slot)) {
+      (*it)->setType(Disconnected);
+      it = list.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
+void SignalPublisher::disconnect(const std::string& signal, const void* receiver, const std::string& slot) {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  if (receiver == nullptr && slot.empty()) {
+    disconnectSignal_noLock(signal);
+  } else if (!signal.empty()) {
+    const auto entry = m_connections.find(signal);
+    if (entry == m_connections.end()) return;
+    disconnectMatching_noLock(entry->second, receiver, slot);
+    if (entry->second.empty()) m_connections.erase(entry);
+  } else {
+    disconnectSlot_noLock(receiver, slot);
+  }
+}
+
+void SignalPublisher::disconnectFrom(const void* receiver, const std::string& slot) {
+  disconnect(sm_Empty, receiver, slot);
+}
+
+void SignalPublisher::disconnectSignal_noLock(const std::string& signal) {
+  if (signal.empty()) return disconnectAll_noLock();
+  const auto entry = m_connections.find(signal);
+  if (entry == m_connections.end()) return;
+  for (const auto& connection : entry->second) connection->setType(Disconnected);
+  m_connections.erase(entry);
+}
+
+void SignalPublisher::disconnectSlot_noLock(const void* receiver, const std::string& slot) {
+  if (receiver == nullptr && slot.empty()) return disconnectSignal_noLock(slot);
+  for (auto entry = m_connections.begin(); entry != m_connections.end();) {
+    disconnectMatching_noLock(entry->second, receiver, slot);
+    entry = entry->second.empty() ? m_connections.erase(entry) : std::next(entry);
+  }
+}
+
+void SignalPublisher::disconnectAll_noLock() {
+  for (const auto& entry : m_connections)
+    for (const auto& connection : entry.second) connection->setType(Disconnected);
+  m_connections.clear();
+}
+
+SignalPublisher::ConnectionMap::iterator SignalPublisher::iteratorFor(const std::string& signal) {
+  return signal.empty() ? m_connections.begin() : m_connections.find(signal);
+}
+
+SignalPublisher::ConnectionMap::const_iterator SignalPublisher::const_iteratorFor(const std::string& signal) const {
+  return signal.empty() ? m_connections.begin() : m_connections.find(signal);
+}
+
+// ---- queries ----------------------------------------------------------------------------
+
+bool SignalPublisher::isConnected(const std::string& signal, const void* receiver, const std::string& slot) const {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
+    if (receiver == nullptr && slot.empty()) return !entry->second.empty();
+    // A query about the publisher itself finds nothing, unlike countConnected.
+    if (receiver != this)
+      for (const auto& connection : entry->second)
+        if (connection->isConnected(receiver, slot)) return true;
+    if (!signal.empty()) break;
+  }
+  return false;
+}
+
+bool SignalPublisher::isConnectedTo(const void* receiver, const std::string& slot) const {
+  return isConnected(sm_Empty, receiver, slot);
+}
+
+std::size_t SignalPublisher::countConnected(const std::string& signal, const void* receiver,
+                                            const std::string& slot) const {
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::size_t count = 0;
+  for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
+    if (receiver == nullptr && slot.empty()) {
+      count += entry->second.size();
+    } else {
+      for (const auto& connection : entry->second)
+        if (connection->isConnected(receiver, slot)) ++count;
+    }
+    if (!signal.empty()) break;
+  }
+  return count;
+}
+
+void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
+  std::unique_lock<std::recursive_mutex> own(m_mutex);
+  std::unique_lock<std::recursive_mutex> theirs(other.m_mutex);
+  // insert keeps an entry the target already has.
+  for (auto& entry : m_connections) other.m_connections.insert(entry);
+  m_connections.clear();
+  theirs.unlock();
+}
+
+// ---- emitting ---------------------------------------------------------------------------
+
+short SignalPublisher::emitSignal(const char* signal, std::shared_ptr<ArgumentVector> args, float delay, const char*,
+                                  int) const {
+  const GuardedPtr<SignalPublisher>& self = getPtr();  // made here even if nothing is connected
+  // The frame is built on the stack itself: nothing is copied twice.
+  return emitWith(signal != nullptr ? signal : "",
+                  [&](std::list<CallStackFrame>& stack) { stack.emplace_back(self, signal, std::move(args), delay); });
+}
+
+short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
+  return emitWith(frame.signal.c_str(), [&](std::list<CallStackFrame>& stack) { stack.push_back(frame); });
+}
+
+template <class PushFrame>
+short SignalPublisher::emitWith(const char* signal, PushFrame pushFrame) const {
+  ConnectionSnapshot connections;
+  {
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    const auto entry = m_connections.find(signal);
+    if (entry == m_connections.end()) return 0;
+    connections.assign(entry->second.begin(), entry->second.end());
+  }
+  // From here on only the snapshot and the thread's stack are touched: a slot may destroy
+  // this publisher.
+  std::list<CallStackFrame>& stack = callStack();
+  pushFrame(stack);
+  CallStackFrame& top = stack.back();
+  unsigned short count = 0;
+  for (std::shared_ptr<ConnectionImpl>& connection : connections) {
+    // Tested afresh each time: an earlier slot or another thread may have disconnected it.
+    if (connection->type() == Disconnected) continue;
+    // The frame holds the connection while it is served; swapping moves no reference count.
+    // If the slot throws, the frame keeps it.
+    top.connection.swap(connection);
+    const bool took = top.connection->emit_signal(stack);
+    connection.swap(top.connection);
+    if (took) ++count;
+  }
+  stack.pop_back();
+  return static_cast<short>(count);
+}
+
+// ---- the calling thread's emissions -----------------------------------------------------
+
+std::list<CallStackFrame>& SignalPublisher::callStack() {
+  ThreadStack& thread = t_stack;
+  if (thread.current == nullptr) {
+    thread.current = new std::list<CallStackFrame>();
+    if (thread.current != thread.owned.get()) thread.owned.reset(thread.current);
+  }
+  return *thread.current;
+}
+
+std::list<CallStackFrame>* SignalPublisher::swapStack(std::list<CallStackFrame>* stack) {
+  std::list<CallStackFrame>* previous = t_stack.current;
+  t_stack.current = stack;
+  return previous;
+}
+
+GuardedPtr<SignalPublisher> SignalPublisher::currentPublisher() {
+  const std::list<CallStackFrame>& stack = callStack();
+  return stack.empty() ? GuardedPtr<SignalPublisher>() : stack.back().publisher;
+}
+
+GuardedPtr<SignalPublisher> SignalPublisher::firstPublisher() {
+  const std::list<CallStackFrame>& stack = callStack();
+  return stack.empty() ? GuardedPtr<SignalPublisher>() : stack.front().publisher;
+}
+
+const std::string& SignalPublisher::currentSignal() {
+  const std::list<CallStackFrame>& stack = callStack();
+  return stack.empty() ? sm_Empty : stack.back().signal;
+}
+
+ConnectionType SignalPublisher::currentSignalType() {
+  const std::list<CallStackFrame>& stack = callStack();
+  return stack.empty() || !stack.back().connection ? Disconnected : stack.back().connection->type();
+}
+
+bool SignalPublisher::isPublisher(GuardedPtr<SignalPublisher> publisher) {
+  for (const CallStackFrame& frame : callStack())
+    if (frame.publisher == publisher) return true;
+  return false;
+}
+
+// ---- life -------------------------------------------------------------------------------
+
+void SignalPublisher::cleanUp() {
+  if (isConnected(kDestroyed, nullptr, sm_Empty)) {
+    // A direct slot runs here, on the caller's thread, with no lock held.
+    emitSignal(kDestroyed, std::make_shared<ArgumentVector>(new GenericArgument<SignalPublisher*>(this)), 0.0f);
+  }
+  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  disconnectAll_noLock();
+}
+
+GuardedPtr<SignalPublisher>& SignalPublisher::getPtr() const {
+  // Two first callers may each make a record; the later assignment wins.
+  if (m_self.getCounter() == nullptr) m_self = GuardedPtr<SignalPublisher>(const_cast<SignalPublisher*>(this));
+  return m_self;
+}
+
+void SignalPublisher::resetPtr() { m_self.markDestroyed(); }
+
+}  // namespace zq
