@@ -3,7 +3,51 @@
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
 
+#include <boost/asio/deadline_timer.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/thread/thread.hpp>
+
+#include <cmath>
+#include <iostream>
+#include <mutex>
+
 namespace zq {
+namespace {
+
+// The default run loop: null until first use, then never cleared by the library.
+std::atomic<boost::asio::io_service*> s_defaultRunLoop(nullptr);
+
+std::mutex& defaultRunLoopMutex() {
+  static std::mutex s_mutex;  // made on first use, thread-safe
+  return s_mutex;
+}
+
+// Longer delays are cut to this many seconds (some 68 years): a timer that does not fall due.
+constexpr float kLongestDelaySeconds = 2147483647.0f;
+
+// A delay in whole seconds, truncated toward zero. A NaN, which still takes the delayed path,
+// waits no time at all.
+long wholeSeconds(float delay) {
+  if (std::isnan(delay)) return 0;
+  if (delay >= kLongestDelaySeconds) return static_cast<long>(kLongestDelaySeconds) - 1;
+  return static_cast<long>(delay);
+}
+
+// The common end of the queued and the delayed path, on the run loop's thread. The frame is
+// the handler's own copy, used once: it moves onto the thread's call stack.
+void deliverFrame(CallStackFrame& frame) {
+  if (frame.connection && frame.connection->type() != Disconnected) {
+    std::list<CallStackFrame>& stack = SignalPublisher::callStack();
+    stack.push_back(std::move(frame));
+    const CallStackFrame& top = stack.back();
+    // A slot that throws leaves its frame on the stack, as a direct slot does.
+    dynamic_cast<ConnectionImplCpp&>(*top.connection).call_slot(top.args);
+    stack.pop_back();
+  }
+  frame.connection.reset();
+}
+
+}  // namespace
 
 CallStackFrame::CallStackFrame() : delay(0.0f) {}
 
@@ -84,10 +128,114 @@ void ConnectionImplCpp::reportArgumentMismatch() const {
          "argument mismatch on signal delivery (" << m_slot << "), slot not called.");
 }
 
-// This build delivers on the emitting thread only: without a run loop a queued or delayed
-// call is declined, and the emission does not count it.
-bool ConnectionImplCpp::emitQueued(const CallStackFrame&) { return false; }
+boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
+  boost::asio::io_service* loop = m_runLoop.load(std::memory_order_relaxed);
+  if (loop == nullptr) {
+    loop = defaultRunLoop();
+    m_runLoop.store(loop, std::memory_order_relaxed);
+  }
+  return *loop;
+}
 
-bool ConnectionImplCpp::emitDelayed(const CallStackFrame&) { return false; }
+bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
+  // One handler with a full copy of the frame: it keeps the connection and the arguments alive.
+  loopOrDefault().post([copy = frame]() mutable { deliverFrame(copy); });
+  return true;
+}
+
+bool ConnectionImplCpp::emitDelayed(const CallStackFrame& frame) {
+  std::unique_ptr<boost::asio::deadline_timer> timer(new boost::asio::deadline_timer(loopOrDefault()));
+  timer->expires_at(boost::posix_time::microsec_clock::universal_time() +
+                    boost::posix_time::seconds(wholeSeconds(frame.delay)));
+  boost::asio::deadline_timer* const waiting = timer.get();
+  // Nothing cancels such a timer: the handler delivers whatever the wait's outcome, then
+  // deletes it. A slot that throws leaves the timer behind.
+  waiting->async_wait([copy = frame, waiting](const boost::system::error_code&) mutable {
+    deliverFrame(copy);
+    delete waiting;
+  });
+  timer.release();
+  return true;
+}
+
+boost::asio::io_service* ConnectionImplCpp::defaultRunLoop() {
+  std::mutex& mutex = defaultRunLoopMutex();
+  boost::asio::io_service* loop = s_defaultRunLoop.load(std::memory_order_acquire);
+  if (loop != nullptr) return loop;
+  std::lock_guard<std::mutex> lock(mutex);
+  loop = s_defaultRunLoop.load(std::memory_order_relaxed);
+  if (loop == nullptr) {
+    loop = new boost::asio::io_service(10);
+    s_defaultRunLoop.store(loop, std::memory_order_release);
+    try {
+      boost::thread([loop]() mutable { defaultRunLoop_main(loop, true); }).detach();
+    } catch (...) {
+      // Another thread may already have posted to the service: it is left to leak rather
+      // than deleted under that thread.
+      s_defaultRunLoop.store(nullptr, std::memory_order_release);
+      throw;
+    }
+  }
+  return loop;
+}
+
+void ConnectionImplCpp::defaultRunLoop_main(boost::asio::io_service*& runLoop, bool owned) {
+  do {
+    // The work keeps run() from returning for lack of handlers. Its end after an exception
+    // can stop the service, which then ends the loop.
+    boost::asio::io_service::work work(*runLoop);
+    try {
+      runLoop->run();
+    } catch (...) {
+      std::cerr << "exception caught in worker thread" << std::endl;
+    }
+  } while (!runLoop->stopped());
+  if (owned) {
+    delete runLoop;
+    runLoop = nullptr;
+  }
+}
+
+// ---- ConnectionImplForward --------------------------------------------------------------
+
+ConnectionImplForward::ConnectionImplForward(GuardedPtr<SignalPublisher>& target, const char* targetSignal,
+                                             ConnectionType type)
+    : ConnectionImpl(type, target.get(), targetSignal != nullptr ? targetSignal : "") {
+  m_target = target;
+}
+
+ConnectionImplForward::~ConnectionImplForward() {}
+
+bool ConnectionImplForward::emit_signal(const std::list<CallStackFrame>& stack) {
+  // The guard stays for the whole nested emission: the target cannot go away under it.
+  SharedCountPtrGuard guard(m_target);
+  if (!guard.isProtected() || type() == Disconnected) return false;
+  const CallStackFrame& outer = stack.back();
+  CallStackFrame frame(m_target, m_slot.c_str(), outer.args, outer.delay);
+  frame.connection = outer.connection;
+  return m_target->emitSignal(frame) != 0;
+}
+
+bool ConnectionImplForward::is_call_compatible(const SignalDeclaration& declaration) const {
+  SharedCountPtrGuard guard(m_target);
+  return guard.isProtected() && m_target->isCallCompatible(m_slot.c_str(), declaration);
+}
+
+bool ConnectionImplForward::isConnected(const void* receiver, const std::string& slot) const {
+  SharedCountPtrGuard guard(m_target);
+  return guard.isProtected() && m_target->isConnected(m_slot, receiver, slot);
+}
+
+void ConnectionImplForward::print_debug_info(std::ostream& os) const {
+  os << "forwards to ";
+  {
+    SharedCountPtrGuard guard(m_target);
+    if (guard.isProtected()) {
+      print_type(os, typeid(*m_target.get())) << "@";
+      print_address(os, m_target.get());
+    }
+  }
+  os << "::" << m_slot;
+}
 
 }  // namespace zq
