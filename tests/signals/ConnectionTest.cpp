@@ -69,7 +69,6 @@ TEST(ConnectionTest, DebugInfoNamesReceiverAndSlot) {
   EXPECT_EQ("void*@null::f(...)", none.str());
 }
 
-
 // ---- delivery through run loops -----------------------------------------------------------
 
 class Station : public SignalPublisher {
@@ -119,8 +118,8 @@ void drain(boost::asio::io_service* loop) {
 TEST(QueuedDeliveryTest, AQueuedSlotRunsOnTheDefaultRunLoopAndSeesTheCallStack) {
   Station station;
   Seen seen;
-  ASSERT_TRUE(station.connect(Station::reading, [&](const std::string& text, int) { seen.record(text); },
-                              zq::Queued));
+  ASSERT_TRUE(station.connect(
+      Station::reading, [&](const std::string& text, int) { seen.record(text); }, zq::Queued));
   EXPECT_EQ(1, station.emit(Station::reading, "pressure", 1013)) << "a posted frame counts";
   EXPECT_TRUE(SignalPublisher::callStack().empty());
   ASSERT_TRUE(waitFor([&] { return seen.count() == 1; }));
@@ -140,8 +139,8 @@ TEST(QueuedDeliveryTest, AFrameDeliveredAfterDisconnectCallsNothingAndLetsGo) {
   Station station;
   Seen seen;
   auto arguments = zq::makeArguments(std::string("x"), 1);
-  ASSERT_TRUE(station.connect(Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Queued,
-                              loop.service()));
+  ASSERT_TRUE(station.connect(
+      Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Queued, loop.service()));
   EXPECT_EQ(1, station.emitSignal("reading", arguments));
   EXPECT_EQ(2, arguments.use_count()) << "the waiting frame holds the arguments";
   station.disconnect("reading", nullptr, "");
@@ -155,7 +154,8 @@ TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
   Station station;
   Seen direct, blocking;
   station.connect(Station::reading, [&](const std::string& t, int) { direct.record(t); });
-  station.connect(Station::reading, [&](const std::string& t, int) { blocking.record(t); }, zq::Blocking);
+  station.connect(
+      Station::reading, [&](const std::string& t, int) { blocking.record(t); }, zq::Blocking);
 
   EXPECT_EQ(1, station.emitAfter(0.0f, Station::reading, "now", 0)) << "Blocking declines and is not counted";
   EXPECT_EQ(0, blocking.count());
@@ -184,7 +184,8 @@ TEST(QueuedDeliveryTest, HugeDelaysWaitAndNegativeOnesDoNot) {
   loop.start();
   Station station;
   Seen seen;
-  station.connect(Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Direct, loop.service());
+  station.connect(
+      Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Direct, loop.service());
   EXPECT_EQ(1, station.emitAfter(-3.0f, Station::reading, "negative", 0));
   EXPECT_EQ(1, seen.count()) << "a negative delay is no delay";
   EXPECT_EQ(1, station.emitAfter(1e30f, Station::reading, "huge", 0));
@@ -199,7 +200,8 @@ TEST(QueuedDeliveryTest, FlagsLeftInTheKindDecline) {
   Station station;
   Seen seen;
   auto flagged = zq::Queued | zq::UniqueConnection;
-  station.connect(Station::tick, [&] { seen.record(""); }, zq::Direct);
+  station.connect(
+      Station::tick, [&] { seen.record(""); }, zq::Direct);
   struct Leftover : zq::ConnectionImplCpp {
     explicit Leftover(zq::ConnectionType type) : ConnectionImplCpp(nullptr, "leftover", type, nullptr) {}
     void call_slot(std::shared_ptr<zq::ArgumentVector>) override { ++calls; }
@@ -221,7 +223,8 @@ TEST(QueuedDeliveryTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
 
   // Nothing else pending: the service stops, is deleted and the thread's pointer cleared.
   boost::asio::io_service* service = new boost::asio::io_service(1);
-  station.connect(Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, service);
+  station.connect(
+      Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, service);
   station.emit(Station::tick);
   std::thread owner([&service] { zq::ConnectionImplCpp::defaultRunLoop_main(service, true); });
   owner.join();
@@ -234,8 +237,10 @@ TEST(QueuedDeliveryTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
   boost::asio::io_service* second = new boost::asio::io_service(1);
   boost::asio::io_service* const handle = second;
   station.disconnect("", nullptr, "");
-  station.connect(Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, handle);
-  station.connect(Station::tick, [&] { ++after; }, zq::Queued, handle);
+  station.connect(
+      Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, handle);
+  station.connect(
+      Station::tick, [&] { ++after; }, zq::Queued, handle);
   EXPECT_EQ(2, station.emit(Station::tick));
   std::thread own([&second] { zq::ConnectionImplCpp::defaultRunLoop_main(second, false); });
   ASSERT_TRUE(waitFor([&] { return after == 1; }));
@@ -264,7 +269,8 @@ TEST(ForwardTest, AForwardReEmitsOnTheTargetAndCountsOnce) {
 
   // Queries go through to the connections behind the forward.
   int behind = 0;
-  target.connect("tick", &behind, [&] { queued.record("q"); }, zq::Queued);
+  target.connect(
+      "tick", &behind, [&] { queued.record("q"); }, zq::Queued);
   EXPECT_TRUE(source.isConnected("tick", &behind, ""));
   EXPECT_FALSE(source.isConnected("tick", &target, "tick")) << "a forward does not answer for itself";
   EXPECT_EQ(1u, source.countConnected("tick", &behind, ""));

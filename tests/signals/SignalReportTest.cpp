@@ -144,8 +144,9 @@ TEST(SignalReportTest, TheCallStackShowsEveryFrameWithArgumentsCutAt80) {
   os.str("");
   target.connect("tick", printer, 1);
   target.emitSignal("tick", nullptr);
-  EXPECT_EQ("(anonymous namespace)::Station@" + address(&target) + " emits tick  through (anonymous namespace)::Probe@" +
-                address(printer.get()) + "\n  direct to void*@0x10::onReading(...)\n",
+  EXPECT_EQ("(anonymous namespace)::Station@" + address(&target) +
+                " emits tick  through (anonymous namespace)::Probe@" + address(printer.get()) +
+                "\n  direct to void*@0x10::onReading(...)\n",
             os.str());
 
   std::ostringstream empty;

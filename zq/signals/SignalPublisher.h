@@ -283,15 +283,12 @@ class ZQ_API SignalPublisher {
   // loop) for `total`, for `count` times, or up to `end` (universal time). A record is listed
   // only if its first time falls within the span. Repeaters have no connection of their own
   // and so emit nothing: a record stays listed until stopRepeatSignal or cleanUp.
-  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args,
-                    boost::posix_time::time_duration interval, boost::posix_time::time_duration total,
-                    boost::asio::io_service* runLoop = nullptr);
-  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args,
-                    boost::posix_time::time_duration interval, int count,
-                    boost::asio::io_service* runLoop = nullptr);
-  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args,
-                    boost::posix_time::time_duration interval, boost::posix_time::ptime end,
-                    boost::asio::io_service* runLoop = nullptr);
+  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+                    boost::posix_time::time_duration total, boost::asio::io_service* runLoop = nullptr);
+  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+                    int count, boost::asio::io_service* runLoop = nullptr);
+  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+                    boost::posix_time::ptime end, boost::asio::io_service* runLoop = nullptr);
   // Ends every repeater of `signal`; none is no failure.
   void stopRepeatSignal(const std::string& signal);
   // The listed repeaters of `signal`, or of every signal for an empty name.
@@ -325,10 +322,9 @@ class ZQ_API SignalPublisher {
   template <class... A, class... V>
   short emitAfter(float seconds, const Signal<A...>& signal, V&&... values) const {
     static_assert(sizeof...(A) == sizeof...(V), "emit gives one value for each declared argument");
-    return emitSignal(signal.name,
-                      sizeof...(V) == 0 ? nullptr
-                                        : internal::makeArgumentsAs<carried_t<A>...>(std::forward<V>(values)...),
-                      seconds);
+    return emitSignal(
+        signal.name,
+        sizeof...(V) == 0 ? nullptr : internal::makeArgumentsAs<carried_t<A>...>(std::forward<V>(values)...), seconds);
   }
 
   // ---- the calling thread's emissions ------------------------------------------------------
