@@ -144,17 +144,13 @@ bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
 }
 
 bool ConnectionImplCpp::emitDelayed(const CallStackFrame& frame) {
-  std::unique_ptr<boost::asio::deadline_timer> timer(new boost::asio::deadline_timer(loopOrDefault()));
+  auto timer = std::make_shared<boost::asio::deadline_timer>(loopOrDefault());
   timer->expires_at(boost::posix_time::microsec_clock::universal_time() +
                     boost::posix_time::seconds(wholeSeconds(frame.delay)));
-  boost::asio::deadline_timer* const waiting = timer.get();
-  // Nothing cancels such a timer: the handler delivers whatever the wait's outcome, then
-  // deletes it. A slot that throws leaves the timer behind.
-  waiting->async_wait([copy = frame, waiting](const boost::system::error_code&) mutable {
-    deliverFrame(copy);
-    delete waiting;
-  });
-  timer.release();
+  // Nothing cancels such a timer: the handler delivers whatever the wait's outcome. It owns
+  // the timer, which goes with it after delivery, after a throwing slot, or when the service
+  // is destroyed with the wait pending.
+  timer->async_wait([copy = frame, timer](const boost::system::error_code&) mutable { deliverFrame(copy); });
   return true;
 }
 

@@ -12,7 +12,8 @@
 // ends as if stopped. Frames still waiting when the loop is destroyed are dropped undelivered.
 //
 // Thread-safe: service() and stop() from any thread. The loop must outlive every emission on
-// the connections that name it; disconnect them before destroying it.
+// the connections that name it and every repeater scheduled on it: disconnect them and stop
+// the repeaters (stopRepeatSignal, cleanUp) before destroying it.
 #pragma once
 
 #include <zq/Export.h>
