@@ -196,24 +196,6 @@ TEST(QueuedDeliveryTest, HugeDelaysWaitAndNegativeOnesDoNot) {
   // The loop's end drops the waiting timers with their frames.
 }
 
-TEST(QueuedDeliveryTest, FlagsLeftInTheKindDecline) {
-  Station station;
-  Seen seen;
-  auto flagged = zq::Queued | zq::UniqueConnection;
-  station.connect(
-      Station::tick, [&] { seen.record(""); }, zq::Direct);
-  struct Leftover : zq::ConnectionImplCpp {
-    explicit Leftover(zq::ConnectionType type) : ConnectionImplCpp(nullptr, "leftover", type, nullptr) {}
-    void call_slot(std::shared_ptr<zq::ArgumentVector>) override { ++calls; }
-    std::atomic<int> calls{0};
-  };
-  auto leftover = std::make_shared<Leftover>(flagged);
-  station.connect("tick", leftover, 1);  // not through validateType: the flag stays
-  EXPECT_EQ(1, station.emit(Station::tick));
-  EXPECT_EQ(0, leftover->calls.load());
-  EXPECT_EQ(nullptr, leftover->runLoop()) << "a declined call makes no loop";
-}
-
 // The loop body's exact behaviour when a slot throws, on a loop of the test's own.
 TEST(QueuedDeliveryTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
   std::ostringstream err;
