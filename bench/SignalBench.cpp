@@ -77,7 +77,7 @@ void ZqQueuedEmit(benchmark::State& state) {
 }
 
 void AsioPost(benchmark::State& state) {
-  boost::asio::io_context context(1);
+  boost::asio::io_context context;
   auto work = boost::asio::make_work_guard(context);
   std::thread runner([&context] { context.run(); });
   std::atomic<long> delivered(0);

@@ -62,7 +62,6 @@ TEST(RunLoopTest, ADestroyedLoopDropsItsWaitingFramesAndTheirArguments) {
   }
   EXPECT_EQ(1, value.use_count());
   EXPECT_EQ(0, calls.load());
-
 }
 
 // ---- a program that used the default run loop ends cleanly --------------------------------

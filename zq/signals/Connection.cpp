@@ -2,6 +2,7 @@
 
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
+#include <zq/signals/internal/HandlerMemory.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -33,19 +34,49 @@ long wholeSeconds(float delay) {
   return static_cast<long>(delay);
 }
 
-// The common end of the queued and the delayed path, on the run loop's thread. The frame is
-// the handler's own copy, used once: it moves onto the thread's call stack.
+// Exchanges two frames' contents; no reference count changes.
+void swapFrames(CallStackFrame& a, CallStackFrame& b) {
+  a.publisher.swap(b.publisher);
+  a.signal.swap(b.signal);
+  a.args.swap(b.args);
+  std::swap(a.delay, b.delay);
+  a.connection.swap(b.connection);
+}
+
+// An empty frame in a list node, kept by each delivering thread: a delivery swaps its frame
+// into it and splices it onto the call stack, so the loop's thread neither copies frames nor
+// allocates for them. A slot that throws keeps the node on the stack; the next delivery
+// makes another.
+thread_local std::list<CallStackFrame> t_spareFrame;
+
+// The common end of the queued and the delayed path, on the run loop's thread, with the
+// handler's own copy of the frame.
 void deliverFrame(CallStackFrame& frame) {
   if (frame.connection && frame.connection->type() != Disconnected) {
     std::list<CallStackFrame>& stack = SignalPublisher::callStack();
-    stack.push_back(std::move(frame));
-    const CallStackFrame& top = stack.back();
-    // A slot that throws leaves its frame on the stack, as a direct slot does.
-    dynamic_cast<ConnectionImplCpp&>(*top.connection).call_slot(top.args);
-    stack.pop_back();
+    if (t_spareFrame.empty()) t_spareFrame.emplace_back();
+    stack.splice(stack.end(), t_spareFrame);
+    const auto pushed = std::prev(stack.end());
+    swapFrames(*pushed, frame);
+    dynamic_cast<ConnectionImplCpp&>(*pushed->connection).call_slot(pushed->args);
+    swapFrames(*pushed, frame);
+    t_spareFrame.splice(t_spareFrame.end(), stack, pushed);
   }
   frame.connection.reset();
 }
+
+// The handler of a queued or delayed delivery: a full copy of the frame and, for a delay,
+// the timer, which goes with the handler whether it ran or its service was destroyed first.
+struct Delivery {
+  typedef internal::HandlerAllocator<void> allocator_type;
+  allocator_type get_allocator() const noexcept { return allocator_type(); }
+
+  void operator()() { deliverFrame(frame); }
+  void operator()(const boost::system::error_code&) { deliverFrame(frame); }
+
+  CallStackFrame frame;
+  std::shared_ptr<boost::asio::deadline_timer> timer;
+};
 
 }  // namespace
 
@@ -54,6 +85,14 @@ CallStackFrame::CallStackFrame() : delay(0.0f) {}
 CallStackFrame::CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, const char* signal,
                                std::shared_ptr<ArgumentVector> args, float delay)
     : publisher(publisher), signal(signal != nullptr ? signal : ""), args(std::move(args)), delay(delay) {}
+
+CallStackFrame::CallStackFrame(CallStackFrame&& other)
+    : signal(std::move(other.signal)),
+      args(std::move(other.args)),
+      delay(other.delay),
+      connection(std::move(other.connection)) {
+  publisher.swap(other.publisher);
+}
 
 // ---- ConnectionImpl ---------------------------------------------------------------------
 
@@ -139,7 +178,7 @@ boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
 
 bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
   // One handler with a full copy of the frame: it keeps the connection and the arguments alive.
-  loopOrDefault().post([copy = frame]() mutable { deliverFrame(copy); });
+  loopOrDefault().post(Delivery{frame, nullptr});
   return true;
 }
 
@@ -147,10 +186,8 @@ bool ConnectionImplCpp::emitDelayed(const CallStackFrame& frame) {
   auto timer = std::make_shared<boost::asio::deadline_timer>(loopOrDefault());
   timer->expires_at(boost::posix_time::microsec_clock::universal_time() +
                     boost::posix_time::seconds(wholeSeconds(frame.delay)));
-  // Nothing cancels such a timer: the handler delivers whatever the wait's outcome. It owns
-  // the timer, which goes with it after delivery, after a throwing slot, or when the service
-  // is destroyed with the wait pending.
-  timer->async_wait([copy = frame, timer](const boost::system::error_code&) mutable { deliverFrame(copy); });
+  // Nothing cancels such a timer: the handler delivers whatever the wait's outcome.
+  timer->async_wait(Delivery{frame, timer});
   return true;
 }
 

@@ -63,6 +63,10 @@ struct ZQ_API CallStackFrame {
   CallStackFrame();
   CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, const char* signal, std::shared_ptr<ArgumentVector> args,
                  float delay);
+  CallStackFrame(const CallStackFrame&) = default;
+  CallStackFrame& operator=(const CallStackFrame&) = default;
+  // Takes the other's references without counting them again; the other is left empty.
+  CallStackFrame(CallStackFrame&& other);
 
   GuardedPtr<SignalPublisher> publisher;  // who emits
   std::string signal;
