@@ -1,6 +1,6 @@
 // Memory for the handlers of queued and delayed deliveries: made on
 // the emitting thread, freed on a run loop's. malloc would take the emitter's arena lock for
-// each such free; these blocks go back through a lock-free list instead.
+// each such free; these blocks go back to a short list of their own instead.
 #pragma once
 
 #include <cstddef>
