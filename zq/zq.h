@@ -21,6 +21,7 @@
 #include <zq/signals/Argument.h>
 #include <zq/signals/Connection.h>
 #include <zq/signals/GuardedPtr.h>
+#include <zq/signals/RunLoop.h>
 #include <zq/signals/SignalPublisher.h>
 
 // plugin

@@ -1,12 +1,25 @@
 #include <zq/signals/Connection.h>
+#include <zq/signals/RunLoop.h>
 #include <zq/signals/SignalPublisher.h>
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/Wait.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <iostream>
+#include <mutex>
 #include <sstream>
+#include <stdexcept>
+#include <thread>
 
 namespace {
+
+using zq::SignalPublisher;
+using zq::test::waitFor;
 
 // Opens the protected parts of a connection to the test.
 struct Open : zq::ConnectionImplCpp {
@@ -47,26 +60,6 @@ TEST(ConnectionTest, ASlotMayTakeFewerArgumentsButNotMore) {
   EXPECT_TRUE(c.is_call_compatible(two)) << "the untyped form accepts anything";
 }
 
-TEST(ConnectionTest, OnlyADirectConnectionWithoutDelayCallsOnTheEmittingThread) {
-  std::list<zq::CallStackFrame> stack(1);
-  Open direct(nullptr, "d");
-  stack.back().delay = 0.0f;
-  EXPECT_TRUE(direct.emit_signal(stack));
-  EXPECT_EQ(1, direct.calls);
-  stack.back().delay = -1.0f;
-  EXPECT_TRUE(direct.emit_signal(stack)) << "a negative delay is no delay";
-  EXPECT_EQ(2, direct.calls);
-  for (float delay : {0.5f, std::nanf("")}) {
-    stack.back().delay = delay;
-    direct.emit_signal(stack);
-    EXPECT_EQ(2, direct.calls) << "a delay (" << delay << ") is never served on the emitting thread";
-  }
-  stack.back().delay = 0.0f;
-  Open blocking(nullptr, "b", zq::Blocking);
-  EXPECT_FALSE(blocking.emit_signal(stack));
-  EXPECT_EQ(0, blocking.calls);
-}
-
 TEST(ConnectionTest, DebugInfoNamesReceiverAndSlot) {
   std::ostringstream os;
   Open(reinterpret_cast<const void*>(0x10), "onValue").print_debug_info(os);
@@ -74,6 +67,249 @@ TEST(ConnectionTest, DebugInfoNamesReceiverAndSlot) {
   std::ostringstream none;
   Open(nullptr, "f").print_debug_info(none);
   EXPECT_EQ("void*@null::f(...)", none.str());
+}
+
+// ---- delivery through run loops -----------------------------------------------------------
+
+class Station : public SignalPublisher {
+ public:
+  static constexpr zq::Signal<std::string, int> reading{"reading"};
+  static constexpr zq::Signal<> tick{"tick"};
+  Station() {
+    declareSignal(reading);
+    declareSignal(tick);
+  }
+  ~Station() override { resetPtr(); }
+};
+
+// What a slot saw, written on the run loop's thread and read by the test after waiting.
+struct Seen {
+  void record(const std::string& text) {
+    std::lock_guard<std::mutex> lock(mutex);
+    thread = std::this_thread::get_id();
+    publisher = SignalPublisher::currentPublisher().get();
+    signal = SignalPublisher::currentSignal();
+    type = SignalPublisher::currentSignalType();
+    value = text;
+    at = std::chrono::steady_clock::now();
+    ++calls;
+  }
+  int count() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return calls;
+  }
+  mutable std::mutex mutex;
+  std::thread::id thread;
+  SignalPublisher* publisher = nullptr;
+  std::string signal;
+  zq::ConnectionType type = zq::Disconnected;
+  std::string value;
+  std::chrono::steady_clock::time_point at;
+  int calls = 0;
+};
+
+// Waits until every handler posted to `loop` before this call has run (one thread: in order).
+void drain(boost::asio::io_service* loop) {
+  std::atomic<bool> done(false);
+  loop->post([&] { done = true; });
+  ASSERT_TRUE(waitFor([&] { return done.load(); }));
+}
+
+TEST(QueuedDeliveryTest, AQueuedSlotRunsOnTheDefaultRunLoopAndSeesTheCallStack) {
+  Station station;
+  Seen seen;
+  ASSERT_TRUE(station.connect(
+      Station::reading, [&](const std::string& text, int) { seen.record(text); }, zq::Queued));
+  EXPECT_EQ(1, station.emit(Station::reading, "pressure", 1013)) << "a posted frame counts";
+  EXPECT_TRUE(SignalPublisher::callStack().empty());
+  ASSERT_TRUE(waitFor([&] { return seen.count() == 1; }));
+
+  std::lock_guard<std::mutex> lock(seen.mutex);
+  EXPECT_NE(std::this_thread::get_id(), seen.thread);
+  EXPECT_EQ(&station, seen.publisher);
+  EXPECT_EQ("reading", seen.signal);
+  EXPECT_EQ(zq::Queued, seen.type);
+  EXPECT_EQ("pressure", seen.value);
+  // The connection learnt its loop: the default one, made once.
+  EXPECT_EQ(zq::ConnectionImplCpp::defaultRunLoop(), zq::ConnectionImplCpp::defaultRunLoop());
+}
+
+TEST(QueuedDeliveryTest, AFrameDeliveredAfterDisconnectCallsNothingAndLetsGo) {
+  zq::RunLoop loop;  // not yet serving: frames wait
+  Station station;
+  Seen seen;
+  auto arguments = zq::makeArguments(std::string("x"), 1);
+  ASSERT_TRUE(station.connect(
+      Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Queued, loop.service()));
+  EXPECT_EQ(1, station.emitSignal("reading", arguments));
+  EXPECT_EQ(2, arguments.use_count()) << "the waiting frame holds the arguments";
+  station.disconnect("reading", nullptr, "");
+  loop.start();
+  drain(loop.service());
+  EXPECT_EQ(0, seen.count());
+  EXPECT_EQ(1, arguments.use_count()) << "the delivered frame let go of the arguments";
+}
+
+TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
+  Station station;
+  Seen direct, blocking;
+  station.connect(Station::reading, [&](const std::string& t, int) { direct.record(t); });
+  station.connect(
+      Station::reading, [&](const std::string& t, int) { blocking.record(t); }, zq::Blocking);
+
+  EXPECT_EQ(1, station.emitAfter(0.0f, Station::reading, "now", 0)) << "Blocking declines and is not counted";
+  EXPECT_EQ(0, blocking.count());
+  EXPECT_EQ(1, direct.count());
+  EXPECT_EQ(std::this_thread::get_id(), direct.thread);
+
+  // Under a second: at once, yet on the loop, for every kind, Blocking included; so for a NaN.
+  EXPECT_EQ(2, station.emitAfter(0.5f, Station::reading, "half", 0));
+  ASSERT_TRUE(waitFor([&] { return direct.count() == 2 && blocking.count() == 1; }));
+  EXPECT_NE(std::this_thread::get_id(), direct.thread);
+  EXPECT_EQ(2, station.emitAfter(std::nanf(""), Station::reading, "nan", 0));
+  ASSERT_TRUE(waitFor([&] { return direct.count() == 3; }));
+
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(2, station.emitAfter(2.5f, Station::reading, "later", 0));
+  ASSERT_TRUE(waitFor([&] { return direct.count() == 4; }));
+  std::lock_guard<std::mutex> lock(direct.mutex);
+  EXPECT_EQ("later", direct.value);
+  EXPECT_GE(direct.at - before, std::chrono::milliseconds(1900));
+  EXPECT_LT(direct.at - before, std::chrono::milliseconds(2450)) << "2.5 is cut to 2 seconds";
+  EXPECT_EQ(zq::Direct, direct.type);
+}
+
+TEST(QueuedDeliveryTest, HugeDelaysWaitAndNegativeOnesDoNot) {
+  zq::RunLoop loop;
+  loop.start();
+  Station station;
+  Seen seen;
+  station.connect(
+      Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Direct, loop.service());
+  EXPECT_EQ(1, station.emitAfter(-3.0f, Station::reading, "negative", 0));
+  EXPECT_EQ(1, seen.count()) << "a negative delay is no delay";
+  EXPECT_EQ(1, station.emitAfter(1e30f, Station::reading, "huge", 0));
+  EXPECT_EQ(1, station.emitAfter(INFINITY, Station::reading, "infinite", 0));
+  drain(loop.service());
+  EXPECT_EQ(1, seen.count());
+  station.disconnect("", nullptr, "");
+  // The loop's end drops the waiting timers with their frames.
+}
+
+// The loop body's exact behaviour when a slot throws, on a loop of the test's own.
+TEST(QueuedDeliveryTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
+  std::ostringstream err;
+  std::streambuf* const saved = std::cerr.rdbuf(err.rdbuf());
+  Station station;
+  std::atomic<int> after(0);
+
+  // Nothing else pending: the service stops, is deleted and the thread's pointer cleared.
+  boost::asio::io_service* service = new boost::asio::io_service(1);
+  station.connect(
+      Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, service);
+  station.emit(Station::tick);
+  std::thread owner([&service] { zq::ConnectionImplCpp::defaultRunLoop_main(service, true); });
+  owner.join();
+  EXPECT_EQ(nullptr, service);
+  EXPECT_EQ("exception caught in worker thread\n", err.str());
+  // The delivering thread kept the failed frame; it was a thread of its own and is gone.
+
+  // With a second handler pending, the loop goes on and serves it.
+  err.str("");
+  boost::asio::io_service* second = new boost::asio::io_service(1);
+  boost::asio::io_service* const handle = second;
+  station.disconnect("", nullptr, "");
+  station.connect(
+      Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, handle);
+  station.connect(
+      Station::tick, [&] { ++after; }, zq::Queued, handle);
+  EXPECT_EQ(2, station.emit(Station::tick));
+  std::thread own([&second] { zq::ConnectionImplCpp::defaultRunLoop_main(second, false); });
+  ASSERT_TRUE(waitFor([&] { return after == 1; }));
+  EXPECT_FALSE(handle->stopped());
+  handle->stop();
+  own.join();
+  EXPECT_EQ(handle, second) << "a loop it does not own is left to its owner";
+  EXPECT_EQ("exception caught in worker thread\n", err.str());
+  station.disconnect("", nullptr, "");
+  delete handle;
+  std::cerr.rdbuf(saved);
+}
+
+// ---- forwarding ---------------------------------------------------------------------------
+
+TEST(ForwardTest, AForwardReEmitsOnTheTargetAndCountsOnce) {
+  Station source, target;
+  Seen a, b, queued;
+  target.connect(Station::tick, [&] { a.record("a"); });
+  target.connect(Station::tick, [&] { b.record("b"); });
+  ASSERT_TRUE(source.forward(Station::tick, target.getPtr(), zq::Queued));
+  EXPECT_EQ(1, source.emit(Station::tick)) << "one forward, whatever the target has behind it";
+  EXPECT_EQ(1, a.count()) << "the forward runs on the emitting thread, whatever its kind";
+  EXPECT_EQ(1, b.count());
+  EXPECT_EQ(&target, a.publisher);
+
+  // Queries go through to the connections behind the forward.
+  int behind = 0;
+  target.connect(
+      "tick", &behind, [&] { queued.record("q"); }, zq::Queued);
+  EXPECT_TRUE(source.isConnected("tick", &behind, ""));
+  EXPECT_FALSE(source.isConnected("tick", &target, "tick")) << "a forward does not answer for itself";
+  EXPECT_EQ(1u, source.countConnected("tick", &behind, ""));
+  source.emitAfter(0.0f, "tick");
+  ASSERT_TRUE(waitFor([&] { return queued.count() == 1; }));
+  std::lock_guard<std::mutex> lock(queued.mutex);
+  EXPECT_EQ(&target, queued.publisher) << "the target's queued slot sees the target";
+  EXPECT_EQ(zq::Queued, queued.type);
+}
+
+TEST(ForwardTest, DeclarationsCarryOverAndUndeclaredSourcesStillAnswerTrue) {
+  Station source;
+  auto target = std::make_unique<SignalPublisher>();
+  zq::test::LogCapture log;
+  ASSERT_TRUE(source.forward("reading", target->getPtr(), "measured"));
+  const zq::SignalDeclaration& copied = target->signalDeclaration("measured");
+  ASSERT_EQ(3u, copied.size());
+  EXPECT_STREQ("measured", copied[0].first);
+  EXPECT_STREQ("measured", copied[0].second);
+  EXPECT_TRUE(SignalPublisher::matchesType(copied[1], zq::ArgumentTraits<std::string>::type()));
+
+  EXPECT_TRUE(source.forward("undeclared", target->getPtr(), zq::Direct)) << "true although connect refused";
+  EXPECT_EQ(1u, log.linesWith("connecting an undeclared signal (undeclared).").size());
+  EXPECT_FALSE(source.isConnected("undeclared", nullptr, ""));
+  EXPECT_FALSE(target->isDeclared("undeclared"));
+
+  const zq::SignalDeclaration declarations[] = {zq::makeDeclaration<>("tick"), zq::makeDeclaration<int>("count"),
+                                                zq::SignalDeclaration()};
+  source.forward(declarations, target->getPtr(), zq::Direct);
+  EXPECT_TRUE(source.isConnected("tick", nullptr, ""));
+  EXPECT_TRUE(target->isDeclared("tick"));
+  target->resetPtr();
+}
+
+TEST(ForwardTest, AForwardToADeadTargetAnswersFalseToEverything) {
+  Station source;
+  auto target = std::make_unique<Station>();
+  int receiver = 0;
+  target->connect("tick", &receiver, [] {});
+  ASSERT_TRUE(source.forward("tick", target->getPtr()));
+  zq::ConnectionImplForward forward(target->getPtr(), "tick", zq::Direct);
+  std::ostringstream live;
+  forward.print_debug_info(live);
+  std::ostringstream expected;
+  expected << "forwards to (anonymous namespace)::Station@";
+  print_address(expected, target.get()) << "::tick";
+  EXPECT_EQ(expected.str(), live.str());
+
+  target.reset();
+  EXPECT_EQ(0, source.emit(Station::tick));
+  EXPECT_FALSE(source.isConnected("tick", &receiver, ""));
+  EXPECT_EQ(0u, source.countConnected("tick", &receiver, ""));
+  EXPECT_EQ(1u, source.countConnected("tick", nullptr, "")) << "an unnamed query counts the row itself";
+  EXPECT_FALSE(forward.is_call_compatible(zq::makeDeclaration<>("tick")));
+  std::ostringstream os;
+  forward.print_debug_info(os);
+  EXPECT_EQ("forwards to ::tick", os.str());
 }
 
 }  // namespace

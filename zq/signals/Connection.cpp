@@ -2,14 +2,97 @@
 
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
+#include <zq/signals/internal/HandlerMemory.h>
+
+#include <boost/asio/deadline_timer.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/thread/thread.hpp>
+
+#include <cmath>
+#include <iostream>
+#include <mutex>
 
 namespace zq {
+namespace {
+
+// The default run loop: null until first use, then never cleared by the library.
+std::atomic<boost::asio::io_service*> s_defaultRunLoop(nullptr);
+
+std::mutex& defaultRunLoopMutex() {
+  static std::mutex s_mutex;  // made on first use, thread-safe
+  return s_mutex;
+}
+
+// Longer delays are cut to this many seconds (some 68 years): a timer that does not fall due.
+constexpr float kLongestDelaySeconds = 2147483647.0f;
+
+// A delay in whole seconds, truncated toward zero. A NaN, which still takes the delayed path,
+// waits no time at all.
+long wholeSeconds(float delay) {
+  if (std::isnan(delay)) return 0;
+  if (delay >= kLongestDelaySeconds) return static_cast<long>(kLongestDelaySeconds) - 1;
+  return static_cast<long>(delay);
+}
+
+// Exchanges two frames' contents; no reference count changes.
+void swapFrames(CallStackFrame& a, CallStackFrame& b) {
+  a.publisher.swap(b.publisher);
+  a.signal.swap(b.signal);
+  a.args.swap(b.args);
+  std::swap(a.delay, b.delay);
+  a.connection.swap(b.connection);
+}
+
+// An empty frame in a list node, kept by each delivering thread: a delivery swaps its frame
+// into it and splices it onto the call stack, so the loop's thread neither copies frames nor
+// allocates for them. A slot that throws keeps the node on the stack; the next delivery
+// makes another.
+thread_local std::list<CallStackFrame> t_spareFrame;
+
+// The common end of the queued and the delayed path, on the run loop's thread, with the
+// handler's own copy of the frame.
+void deliverFrame(CallStackFrame& frame) {
+  if (frame.connection && frame.connection->type() != Disconnected) {
+    std::list<CallStackFrame>& stack = SignalPublisher::callStack();
+    if (t_spareFrame.empty()) t_spareFrame.emplace_back();
+    stack.splice(stack.end(), t_spareFrame);
+    const auto pushed = std::prev(stack.end());
+    swapFrames(*pushed, frame);
+    dynamic_cast<ConnectionImplCpp&>(*pushed->connection).call_slot(pushed->args);
+    swapFrames(*pushed, frame);
+    t_spareFrame.splice(t_spareFrame.end(), stack, pushed);
+  }
+  frame.connection.reset();
+}
+
+// The handler of a queued or delayed delivery: a full copy of the frame and, for a delay,
+// the timer, which goes with the handler whether it ran or its service was destroyed first.
+struct Delivery {
+  typedef internal::HandlerAllocator<void> allocator_type;
+  allocator_type get_allocator() const noexcept { return allocator_type(); }
+
+  void operator()() { deliverFrame(frame); }
+  void operator()(const boost::system::error_code&) { deliverFrame(frame); }
+
+  CallStackFrame frame;
+  std::shared_ptr<boost::asio::deadline_timer> timer;
+};
+
+}  // namespace
 
 CallStackFrame::CallStackFrame() : delay(0.0f) {}
 
 CallStackFrame::CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, const char* signal,
                                std::shared_ptr<ArgumentVector> args, float delay)
     : publisher(publisher), signal(signal != nullptr ? signal : ""), args(std::move(args)), delay(delay) {}
+
+CallStackFrame::CallStackFrame(CallStackFrame&& other)
+    : signal(std::move(other.signal)),
+      args(std::move(other.args)),
+      delay(other.delay),
+      connection(std::move(other.connection)) {
+  publisher.swap(other.publisher);
+}
 
 // ---- ConnectionImpl ---------------------------------------------------------------------
 
@@ -84,10 +167,108 @@ void ConnectionImplCpp::reportArgumentMismatch() const {
          "argument mismatch on signal delivery (" << m_slot << "), slot not called.");
 }
 
-// This build delivers on the emitting thread only: without a run loop a queued or delayed
-// call is declined, and the emission does not count it.
-bool ConnectionImplCpp::emitQueued(const CallStackFrame&) { return false; }
+boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
+  boost::asio::io_service* loop = m_runLoop.load(std::memory_order_relaxed);
+  if (loop == nullptr) {
+    loop = defaultRunLoop();
+    m_runLoop.store(loop, std::memory_order_relaxed);
+  }
+  return *loop;
+}
 
-bool ConnectionImplCpp::emitDelayed(const CallStackFrame&) { return false; }
+bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
+  // One handler with a full copy of the frame: it keeps the connection and the arguments alive.
+  loopOrDefault().post(Delivery{frame, nullptr});
+  return true;
+}
+
+bool ConnectionImplCpp::emitDelayed(const CallStackFrame& frame) {
+  auto timer = std::make_shared<boost::asio::deadline_timer>(loopOrDefault());
+  timer->expires_at(boost::posix_time::microsec_clock::universal_time() +
+                    boost::posix_time::seconds(wholeSeconds(frame.delay)));
+  // Nothing cancels such a timer: the handler delivers whatever the wait's outcome.
+  timer->async_wait(Delivery{frame, timer});
+  return true;
+}
+
+boost::asio::io_service* ConnectionImplCpp::defaultRunLoop() {
+  std::mutex& mutex = defaultRunLoopMutex();
+  boost::asio::io_service* loop = s_defaultRunLoop.load(std::memory_order_acquire);
+  if (loop != nullptr) return loop;
+  std::lock_guard<std::mutex> lock(mutex);
+  loop = s_defaultRunLoop.load(std::memory_order_relaxed);
+  if (loop == nullptr) {
+    loop = new boost::asio::io_service(10);
+    s_defaultRunLoop.store(loop, std::memory_order_release);
+    try {
+      boost::thread([loop]() mutable { defaultRunLoop_main(loop, true); }).detach();
+    } catch (...) {
+      // Another thread may already have posted to the service: it is left to leak rather
+      // than deleted under that thread.
+      s_defaultRunLoop.store(nullptr, std::memory_order_release);
+      throw;
+    }
+  }
+  return loop;
+}
+
+void ConnectionImplCpp::defaultRunLoop_main(boost::asio::io_service*& runLoop, bool owned) {
+  do {
+    // The work keeps run() from returning for lack of handlers. Its end after an exception
+    // can stop the service, which then ends the loop.
+    boost::asio::io_service::work work(*runLoop);
+    try {
+      runLoop->run();
+    } catch (...) {
+      std::cerr << "exception caught in worker thread" << std::endl;
+    }
+  } while (!runLoop->stopped());
+  if (owned) {
+    delete runLoop;
+    runLoop = nullptr;
+  }
+}
+
+// ---- ConnectionImplForward --------------------------------------------------------------
+
+ConnectionImplForward::ConnectionImplForward(GuardedPtr<SignalPublisher>& target, const char* targetSignal,
+                                             ConnectionType type)
+    : ConnectionImpl(type, target.get(), targetSignal != nullptr ? targetSignal : "") {
+  m_target = target;
+}
+
+ConnectionImplForward::~ConnectionImplForward() {}
+
+bool ConnectionImplForward::emit_signal(const std::list<CallStackFrame>& stack) {
+  // The guard stays for the whole nested emission: the target cannot go away under it.
+  SharedCountPtrGuard guard(m_target);
+  if (!guard.isProtected() || type() == Disconnected) return false;
+  const CallStackFrame& outer = stack.back();
+  CallStackFrame frame(m_target, m_slot.c_str(), outer.args, outer.delay);
+  frame.connection = outer.connection;
+  return m_target->emitSignal(frame) != 0;
+}
+
+bool ConnectionImplForward::is_call_compatible(const SignalDeclaration& declaration) const {
+  SharedCountPtrGuard guard(m_target);
+  return guard.isProtected() && m_target->isCallCompatible(m_slot.c_str(), declaration);
+}
+
+bool ConnectionImplForward::isConnected(const void* receiver, const std::string& slot) const {
+  SharedCountPtrGuard guard(m_target);
+  return guard.isProtected() && m_target->isConnected(m_slot, receiver, slot);
+}
+
+void ConnectionImplForward::print_debug_info(std::ostream& os) const {
+  os << "forwards to ";
+  {
+    SharedCountPtrGuard guard(m_target);
+    if (guard.isProtected()) {
+      print_type(os, typeid(*m_target.get())) << "@";
+      print_address(os, m_target.get());
+    }
+  }
+  os << "::" << m_slot;
+}
 
 }  // namespace zq

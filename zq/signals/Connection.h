@@ -2,10 +2,16 @@
 //
 // ConnectionImpl is the abstract row: its kind (ConnectionType), the receiver's address as an
 // identity, and the slot's name. ConnectionImplCpp is the row that calls a function in this
-// process; client code gets its subclasses from the templates of SignalPublisher.h (connect)
-// and rarely derives by hand. A connection is shared: the table, every running emission's
-// snapshot and every delivery in flight hold it, and setting its kind to Disconnected is what
-// stops it firing.
+// process, at once or later on a run loop; client code gets its subclasses from the templates
+// of SignalPublisher.h (connect) and rarely derives by hand. ConnectionImplForward passes an
+// emission on to another publisher (SignalPublisher::forward makes it). A connection is
+// shared: the table, every running emission's snapshot and every delivery in flight hold it,
+// and setting its kind to Disconnected is what stops it firing.
+//
+// A run loop is a boost::asio::io_service and a thread that runs it. The library keeps one
+// default run loop, started at the first queued or delayed delivery that names no other and
+// never stopped: its slots must not throw (one that does can end the loop for good). A
+// client runs a loop of its own with RunLoop (RunLoop.h) or defaultRunLoop_main.
 #pragma once
 
 #include <zq/Export.h>
@@ -57,6 +63,10 @@ struct ZQ_API CallStackFrame {
   CallStackFrame();
   CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, const char* signal, std::shared_ptr<ArgumentVector> args,
                  float delay);
+  CallStackFrame(const CallStackFrame&) = default;
+  CallStackFrame& operator=(const CallStackFrame&) = default;
+  // Takes the other's references without counting them again; the other is left empty.
+  CallStackFrame(CallStackFrame&& other);
 
   GuardedPtr<SignalPublisher> publisher;  // who emits
   std::string signal;
@@ -104,7 +114,9 @@ class ZQ_API ConnectionImpl {
 };
 
 // A row that calls a function in this process: at once on the emitting thread (Direct), or
-// through a run loop (Queued, or any kind with a delay). Subclasses implement call_slot.
+// through a run loop (Queued, or any kind with a delay above 0: the delay is cut to whole
+// seconds, and a NaN counts as a delay). Subclasses implement call_slot. The run loop must
+// outlive every emission that reaches this row.
 class ZQ_API ConnectionImplCpp : public ConnectionImpl {
  public:
   ConnectionImplCpp(const ConnectionImplCpp& other);
@@ -120,6 +132,16 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
   virtual void call_slot(std::shared_ptr<ArgumentVector> args) = 0;
 
   boost::asio::io_service* runLoop() const { return m_runLoop.load(std::memory_order_relaxed); }
+
+  // The process's default run loop: one detached thread over one io_service, made on first
+  // call and left running to the end of the process. Throws bad_alloc or
+  // boost::thread_resource_error when it cannot be made.
+  static boost::asio::io_service* defaultRunLoop();
+  // The body of a run loop thread: serves `runLoop` until it is stopped. An exception from a
+  // slot is written to std::cerr as "exception caught in worker thread"; with nothing else
+  // pending, the service then stops and the loop ends. When `owned`, the service is deleted
+  // at the end and `runLoop` set to null.
+  static void defaultRunLoop_main(boost::asio::io_service*& runLoop, bool owned);
 
  protected:
   ConnectionImplCpp(const void* receiver, const char* slot, ConnectionType type, boost::asio::io_service* runLoop);
@@ -139,6 +161,33 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
   // The paths through a run loop: a posted copy of the frame, or a timer with one.
   bool emitQueued(const CallStackFrame& frame);
   bool emitDelayed(const CallStackFrame& frame);
+  // m_runLoop, set from the default run loop on first need.
+  boost::asio::io_service& loopOrDefault();
+};
+
+// A row that re-emits the signal on a target publisher, under the target's signal name, on
+// the emitting thread and whatever its kind: the target's own connections decide where their
+// slots run. It holds a guarded pointer to the target and answers false to everything once
+// the target is gone. Queries (isConnected) go through to the target's connections.
+class ZQ_API ConnectionImplForward : public ConnectionImpl {
+ public:
+  // The receiver is the target's plain pointer, the slot `targetSignal`.
+  ConnectionImplForward(GuardedPtr<SignalPublisher>& target, const char* targetSignal, ConnectionType type);
+  ~ConnectionImplForward() override;
+
+  // True when at least one connection of the target took the call.
+  bool emit_signal(const std::list<CallStackFrame>& stack) override;
+  bool is_call_compatible(const SignalDeclaration& declaration) const override;
+  // "forwards to <type>@<address>::<signal>", or "forwards to ::<signal>" once the target is gone.
+  void print_debug_info(std::ostream& os) const override;
+
+  const GuardedPtr<SignalPublisher>& target() const { return m_target; }
+
+ protected:
+  bool isConnected(const void* receiver, const std::string& slot) const override;
+
+ private:
+  GuardedPtr<SignalPublisher> m_target;
 };
 
 }  // namespace zq

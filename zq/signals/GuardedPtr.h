@@ -80,6 +80,13 @@ class ZQ_API SharedCountPtr {
   SharedCount* getCounter() const { return m_counter.load(std::memory_order_relaxed); }
   std::mutex& getMutex() const { return m_mutex; }
 
+ protected:
+  // Exchanges the records of two pointers, no count changing; the caller holds both mutexes.
+  void swapNoLock(SharedCountPtr& other) {
+    other.m_counter.store(m_counter.exchange(other.getCounter(), std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+
+ public:
   // Compare the records' addresses, without a lock.
   bool operator==(const SharedCountPtr& other) const { return getCounter() == other.getCounter(); }
   bool operator!=(const SharedCountPtr& other) const { return !(*this == other); }
@@ -122,6 +129,16 @@ class GuardedPtr : public SharedCountPtr {
   void resetNoLock(SharedCount* counter) override {
     SharedCountPtr::resetNoLock(counter);
     m_object.store(nullptr, std::memory_order_relaxed);
+  }
+
+  // Exchanges what two pointers refer to, without touching the records' counts.
+  void swap(GuardedPtr& other) {
+    if (&other == this) return;
+    std::unique_lock<std::mutex> own(getMutex(), std::defer_lock);
+    std::unique_lock<std::mutex> theirs(other.getMutex(), std::defer_lock);
+    std::lock(own, theirs);
+    swapNoLock(other);
+    other.m_object.store(m_object.exchange(other.get(), std::memory_order_relaxed), std::memory_order_relaxed);
   }
 
   // The plain pointer, whether or not the object lives.

@@ -23,6 +23,16 @@
 // slot's parameters at compile time, and emit(Signal<...>, ...) converts the values to the
 // declared types.
 //
+// Across threads: a Queued connection runs its slot later on a run loop's thread, the one
+// given to connect or else the library's default run loop; emitAfter(seconds, ...) sends an
+// emission through a timer on that loop, for every kind of connection. forward re-emits a
+// signal on another publisher; repeatSignal keeps a record of a signal to repeat on a timer.
+//
+//   worker: t.emit(Thermometer::changed, 19.0, "cellar");
+//   t.connect(Thermometer::changed, &display, &Display::show, zq::Queued);   // on the default loop
+//   t.forward(Thermometer::changed, hub.getPtr());                          // hub emits "changed" too
+//   t.printDebugInfo(std::cout);                                           // what is declared and connected
+//
 // Threads: connect, disconnect, the queries and emission may be called from any thread.
 // Declarations have no lock: declare in the constructor, before other threads see the object.
 // A receiver must be disconnected before it dies; the connection does not watch it.
@@ -34,12 +44,17 @@
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/Slot.h>
 
+#include <boost/asio/deadline_timer.hpp>
+#include <boost/asio/io_service.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
 #include <atomic>
 #include <cstddef>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <type_traits>
 #include <unordered_map>
@@ -68,10 +83,35 @@ class ZQ_API SignalPublisher {
  public:
   typedef zq::CallStackFrame CallStackFrame;
 
+  // A signal to be emitted again and again on a run loop's timer. The record in the
+  // publisher's list owns `timer`; the timer's handler works on copies.
+  struct Repeater : CallStackFrame {
+    Repeater() : timer(nullptr), remaining(0) {}
+
+    boost::asio::deadline_timer* timer;
+    boost::posix_time::ptime nextTime;  // universal time
+    boost::posix_time::time_duration interval;
+    int remaining;                     // emissions left
+    boost::posix_time::ptime endTime;  // universal time
+  };
+
   SignalPublisher();
-  // Emits "destroyed" to what is connected to it, then disconnects everything. It does not
-  // declare the object dead: the most derived class calls resetPtr() first.
+  // Emits "destroyed" to what is connected to it, then disconnects everything and ends the
+  // repeaters. It does not declare the object dead: the most derived class calls resetPtr()
+  // first.
   virtual ~SignalPublisher();
+
+  // ---- reports (no lock: call them at a quiet moment or on the owning thread) -------------
+
+  // One connection: the signal, its kind, the connection's own description, and a warning
+  // line when the declaration is empty or the connection cannot take its arguments.
+  virtual void printDebugInfo(std::ostream& os, const char* signal, const SignalDeclaration& declaration,
+                              std::shared_ptr<ConnectionImpl> connection) const;
+  // One declaration: "name\t(type,type)".
+  virtual void printDebugInfo(std::ostream& os, const SignalDeclaration& declaration) const;
+  // The whole report: what this publisher declares and what is connected. Throws
+  // std::out_of_range when a connected signal has no declaration (moveConnectionsTo can do that).
+  virtual void printDebugInfo(std::ostream& os) const;
 
   // ---- declaring (no lock: fill before other threads use the object) --------------------
 
@@ -209,6 +249,51 @@ class ZQ_API SignalPublisher {
   // this one dropped. Connections keep their kind. Declarations stay.
   virtual void moveConnectionsTo(SignalPublisher& other);
 
+  // The calling thread's emissions, oldest first: who emits what with which arguments, through
+  // which connection to which slot. Leaves the stream's precision at 80 when it printed arguments.
+  static std::ostream& printCallStack(std::ostream& os);
+  // The argument types of a declaration, "," between them.
+  static std::ostream& printSignature(std::ostream& os, const SignalDeclaration& declaration);
+  // The types of the set slots of `args`; the "," goes by slot number, so a gap at slot 0
+  // gives a leading ",".
+  static std::ostream& printSignature(std::ostream& os, std::shared_ptr<ArgumentVector> args);
+
+  // ---- forwarding ------------------------------------------------------------------------
+
+  // Connects `signal` to re-emit as `targetSignal` on `target`, on the emitting thread (the
+  // kind only has to be other than Disconnected). If this publisher declares `signal` and the
+  // target does not declare `targetSignal`, the target gets this declaration under its name.
+  // False only for a null target or when UniqueConnection finds an equal forward behind it;
+  // otherwise true, even if connect refused and logged. The target must be alive during the
+  // call; names must live as long as the process.
+  bool forward(const char* signal, GuardedPtr<SignalPublisher>& target, const char* targetSignal,
+               ConnectionType type = Direct);
+  bool forward(const char* signal, GuardedPtr<SignalPublisher>& target, ConnectionType type = Direct);
+  // Each declaration of an array that ends with an empty one, to the same name.
+  void forward(const SignalDeclaration* declarations, GuardedPtr<SignalPublisher>& target,
+               ConnectionType type = Direct);
+  template <class... A>
+  bool forward(const Signal<A...>& signal, GuardedPtr<SignalPublisher>& target, ConnectionType type = Direct) {
+    return forward(signal.name, target, type);
+  }
+
+  // ---- repeaters -------------------------------------------------------------------------
+
+  // Keeps a record of `signal` to repeat every `interval` on `runLoop` (null: the default run
+  // loop) for `total`, for `count` times, or up to `end` (universal time). A record is listed
+  // only if its first time falls within the span. Repeaters have no connection of their own
+  // and so emit nothing: a record stays listed until stopRepeatSignal or cleanUp.
+  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+                    boost::posix_time::time_duration total, boost::asio::io_service* runLoop = nullptr);
+  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+                    int count, boost::asio::io_service* runLoop = nullptr);
+  void repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+                    boost::posix_time::ptime end, boost::asio::io_service* runLoop = nullptr);
+  // Ends every repeater of `signal`; none is no failure.
+  void stopRepeatSignal(const std::string& signal);
+  // The listed repeaters of `signal`, or of every signal for an empty name.
+  std::size_t countRepeaters(const std::string& signal) const;
+
   // ---- emitting --------------------------------------------------------------------------
 
   // Calls each connection of `signal` in list order; returns how many took the call (16-bit,
@@ -220,15 +305,26 @@ class ZQ_API SignalPublisher {
   // Typed emission: each value travels as carried_t of its type.
   template <class... V>
   short emit(const char* signal, V&&... values) const {
-    return emitSignal(signal, sizeof...(V) == 0 ? nullptr : makeArguments(std::forward<V>(values)...));
+    return emitAfter(0.0f, signal, std::forward<V>(values)...);
   }
   // Converts each value to the declared type first.
   template <class... A, class... V>
   short emit(const Signal<A...>& signal, V&&... values) const {
+    return emitAfter(0.0f, signal, std::forward<V>(values)...);
+  }
+  // Emission through a timer on each connection's run loop, for every kind of connection;
+  // the delay is cut to whole seconds (0.5 runs at once, but still on the loop). A delay of 0
+  // or below is a plain emission.
+  template <class... V>
+  short emitAfter(float seconds, const char* signal, V&&... values) const {
+    return emitSignal(signal, sizeof...(V) == 0 ? nullptr : makeArguments(std::forward<V>(values)...), seconds);
+  }
+  template <class... A, class... V>
+  short emitAfter(float seconds, const Signal<A...>& signal, V&&... values) const {
     static_assert(sizeof...(A) == sizeof...(V), "emit gives one value for each declared argument");
-    return emitSignal(signal.name, sizeof...(V) == 0
-                                       ? nullptr
-                                       : internal::makeArgumentsAs<carried_t<A>...>(std::forward<V>(values)...));
+    return emitSignal(
+        signal.name,
+        sizeof...(V) == 0 ? nullptr : internal::makeArgumentsAs<carried_t<A>...>(std::forward<V>(values)...), seconds);
   }
 
   // ---- the calling thread's emissions ------------------------------------------------------
@@ -244,7 +340,8 @@ class ZQ_API SignalPublisher {
 
   // ---- life ------------------------------------------------------------------------------
 
-  // Emits "destroyed" if connected, then disconnects everything. Safe to repeat.
+  // Emits "destroyed" if connected, then disconnects everything and ends the repeaters. Safe
+  // to repeat.
   void cleanUp();
   // This publisher's guarded pointer, made on first call.
   GuardedPtr<SignalPublisher>& getPtr() const;
@@ -269,6 +366,18 @@ class ZQ_API SignalPublisher {
   // connect, telling whether the connection went in.
   bool addConnection(const std::string& signal, std::shared_ptr<ConnectionImpl> connection, int position);
 
+  typedef std::list<Repeater*> RepeaterList;
+  // Lists and schedules a repeater, unless `count` is spent or its first time lies past `endTime`.
+  void start(const char* signal, std::shared_ptr<ArgumentVector> args, boost::posix_time::time_duration interval,
+             int count, boost::posix_time::ptime startTime, boost::posix_time::ptime endTime,
+             boost::asio::io_service* runLoop);
+  // End the listed repeater at that address or position; an unknown one is no failure.
+  void stop(const Repeater* repeater);
+  void stop(RepeaterList::iterator position);
+  // With m_mutex held: cancels and frees the timer and the record; returns the next position.
+  RepeaterList::iterator stop_no_lock(RepeaterList::iterator position);
+  void stopAll_no_lock();
+
  private:
   SignalPublisher(const SignalPublisher&);
   SignalPublisher& operator=(const SignalPublisher&);
@@ -280,6 +389,9 @@ class ZQ_API SignalPublisher {
 
   // Takes out every connection of `list` that answers to (receiver, slot).
   static void disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot);
+
+  // The timer's handler, on the run loop's thread, with its own copy of the record.
+  static void repeaterExpired(Repeater& copy);
 
   template <class Parameters, class Function>
   bool connectSlot(const std::string& signal, ConnectionType type, const void* receiver, const std::string& slot,
@@ -295,6 +407,7 @@ class ZQ_API SignalPublisher {
   mutable std::recursive_mutex m_mutex;  // covers m_connections, not m_declarations
   ConnectionMap m_connections;           // no entry holds an empty list
   std::unordered_map<std::string, SignalDeclaration> m_declarations;
+  RepeaterList m_repeaters;  // under m_mutex; owns its records and their timers
   mutable GuardedPtr<SignalPublisher> m_self;
 };
 
