@@ -123,6 +123,13 @@ class CountingLib : public Lib {
   int loads = 0;
 };
 
+// Claims success without opening anything.
+class PretendingLib : public Lib {
+ public:
+  using Lib::Lib;
+  bool load() override { return true; }
+};
+
 TEST(LibTest, OpeningGoesThroughTheVirtualLoad) {
   CountingLib lib(noEntryPath(), false);
   EXPECT_NE(lib.getFunction("noEntryAnswer", true), nullptr);
@@ -130,6 +137,11 @@ TEST(LibTest, OpeningGoesThroughTheVirtualLoad) {
   lib.unload();
   EXPECT_TRUE(lib.load(shapesPath()));
   EXPECT_EQ(lib.loads, 2);
+
+  // An override that opens nothing yields no functions, and no crash.
+  PretendingLib pretending(noEntryPath(), false);
+  EXPECT_EQ(pretending.getFunction("noEntryAnswer", true), nullptr);
+  EXPECT_TRUE(pretending.getFunctions().empty());
 }
 
 }  // namespace

@@ -67,6 +67,16 @@ TEST(LoaderLibrariesTest, LoadAndLookUpWithExactFailureTexts) {
                                ": cannot open shared object file: No such file or directory");
   }
   EXPECT_THROW(Loader::loadSharedLibrary(*handle, L""), zq::RuntimeError);
+  // A handle whose open failed holds no library: a lookup must fail, not search the
+  // process (a null module means "everything loaded" to the system's lookup).
+  EXPECT_THROW(Loader::getFunctionPtr(*handle, "malloc"), zq::RuntimeError);
+  Loader::unloadSharedLibrary(*handle);
+
+  // Nor may a handle that was never opened reach the system with whatever it holds.
+  Loader::SharedLibraryHandle* fresh = Loader::createHandle();
+  EXPECT_THROW(Loader::getFunctionPtr(*fresh, "malloc"), zq::RuntimeError);
+  Loader::unloadSharedLibrary(*fresh);
+  Loader::destroyHandle(fresh);
 
   Loader::loadSharedLibrary(*handle, wide(pluginFolder() / "NoEntry.so"));
   auto answer = reinterpret_cast<int (*)()>(Loader::getFunctionPtr(*handle, "noEntryAnswer"));

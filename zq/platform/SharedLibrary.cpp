@@ -52,6 +52,11 @@ void closeLibrary(void* library) {
 }
 
 void* findSymbol(void* library, const std::string& name, std::string& o_error) {
+  if (!library) {
+    // dlsym would take null for "every library loaded" and find the program's own symbols.
+    o_error = "no shared library is open";
+    return nullptr;
+  }
   ::dlerror();  // a stale error would be taken for this lookup's
   void* address = ::dlsym(library, name.c_str());
   if (!address) {

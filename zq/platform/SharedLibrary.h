@@ -12,7 +12,8 @@ namespace platform {
 void* openLibrary(const std::wstring& path, std::string& o_error);
 // Drops one reference to the library; the system's result is of no use to callers.
 void closeLibrary(void* library);
-// The address of the exported symbol `name`; null on failure, with the reason in o_error.
+// The address of the exported symbol `name` in `library`; null on failure, with the reason in
+// o_error. A null `library` fails.
 void* findSymbol(void* library, const std::string& name, std::string& o_error);
 
 // The system's text for an errno value.

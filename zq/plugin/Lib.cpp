@@ -69,6 +69,7 @@ void* Lib::getFunction(const std::string& name, bool resolve) {
   if (cached != m_functions.end()) return cached->second;
   if (!resolve) return nullptr;
   if (!m_loaded && !load()) return nullptr;
+  if (!m_handle) return nullptr;  // an override of load() may answer true and open nothing
   try {
     void* address = Loader::getFunctionPtr(*m_handle, name);
     m_functions[name] = address;

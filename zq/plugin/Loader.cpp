@@ -44,7 +44,8 @@ std::wostream& operator<<(std::wostream& os, const Printed& printed) { return pr
 
 // ---- shared libraries ----------------------------------------------------------------------
 
-Loader::SharedLibraryHandle* Loader::createHandle() { return new SharedLibraryHandle; }
+// Empty rather than unset, so that a box never opened can't hand the system a stray value.
+Loader::SharedLibraryHandle* Loader::createHandle() { return new SharedLibraryHandle(); }
 
 void Loader::destroyHandle(SharedLibraryHandle* handle) { delete handle; }
 

@@ -65,7 +65,9 @@ struct ZQ_API lessCall {
 
 // The owner of deferred calls. Thread-safe: calls may be queued and cancelled from any thread,
 // and queued from within a running deferred call. cancelCalls and the destructor must not be
-// called from within a deferred call (the call thread would wait on itself). An owner must
+// called from within a deferred call (the call thread would wait on itself); that includes a
+// call whose captured data holds the last reference to its own owner, as a shared_from_this
+// capture can: keep such owners alive elsewhere until their calls are cancelled. An owner must
 // outlive any thread still queueing calls on it.
 class ZQ_API CallOwner {
  public:

@@ -65,13 +65,11 @@ void ConditionVariable::wait(Mutex* mutex) {
     std::this_thread::yield();
   }
   mutex->lock();
-  std::int32_t released;
-  {
-    std::lock_guard<internal::ReentrantSection> lock(m_section);
-    --m_waiters;
-    released = --m_released;
-  }
-  if (released == 0) m_event->reset();
+  std::lock_guard<internal::ReentrantSection> lock(m_section);
+  --m_waiters;
+  // Reset under the section: a signal given between the last release and an unguarded reset
+  // would be wiped out, and its waiter would sleep on with its release granted.
+  if (--m_released == 0) m_event->reset();
 }
 
 void ConditionVariable::signal() {
