@@ -1,62 +1,151 @@
-// zq_demo: the library's foundation at work. The log goes to a file and to the console at
-// several levels while the threshold changes, and a chained exception is printed with its
-// causes.
+// zq_demo: the road of one event through the library.
+//
+// The host sets its log, asks the plug-in loader for a weather station, connects a queued slot
+// to the station's signal and lets the station's worker thread measure. Each reading travels
+// from the worker thread to the default run loop's thread, where the slot queues a deferred
+// call on the call thread; the last deferred call finishes the program's work. Every step is
+// a line of the log, on the console and in zq_demo.log.
+#include "IWeatherStation.h"
+
 #include <zq/zq.h>
 
-#include <fstream>
+#include <chrono>
+#include <future>
+#include <sstream>
 #include <iostream>
-#include <string>
+#include <streambuf>
 
 namespace {
 
-// A failure as a client library would report it: the outermost error names what the
-// program was doing, the causes say why.
-void readSettings() {
-  const zq::RuntimeError disk("read(2) failed: input/output error");
-  const zq::RuntimeError file("cannot read \"settings.conf\"", &disk);
-  throw zq::LogicError("settings are incomplete", &file);
+constexpr const char* kComponentInterface = "demo::IWeatherStation";
+constexpr int kReadings = 3;
+
+// Writes everything to two stream buffers: the log goes to the console and to its file.
+class TeeBuffer : public std::wstreambuf {
+ public:
+  TeeBuffer(std::wstreambuf* a, std::wstreambuf* b) : m_a(a), m_b(b) {}
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    const bool ok = !traits_type::eq_int_type(m_a->sputc(traits_type::to_char_type(c)), traits_type::eof()) &&
+                    !traits_type::eq_int_type(m_b->sputc(traits_type::to_char_type(c)), traits_type::eof());
+    return ok ? c : traits_type::eof();
+  }
+  int sync() override { return (m_a->pubsync() == 0 && m_b->pubsync() == 0) ? 0 : -1; }
+
+ private:
+  std::wstreambuf* m_a;
+  std::wstreambuf* m_b;
+};
+
+// The receiving side: its slot runs on the run loop's thread, its deferred calls on the call
+// thread.
+class Host : public zq::CallOwner {
+ public:
+  ~Host() override { cancelCalls(true); }
+
+  void onMeasured(const std::string& place, int degrees) {
+    ZQ_LOG(zq::Log::Message, "demo::Host::onMeasured",
+           "run loop thread " << zq::Mutex::currentThreadId() << " received measured(\"" << place << "\", " << degrees
+                              << "); queueing a deferred call");
+    asyncCall([this, place, degrees] { record(place, degrees); }, std::chrono::milliseconds(10));
+  }
+
+  std::future<int> finished() { return m_finished.get_future(); }
+
+ private:
+  // On the call thread: the program's work is to add up the readings.
+  void record(const std::string& place, int degrees) {
+    m_sum += degrees;
+    ++m_count;
+    ZQ_LOG(zq::Log::Message, "demo::Host::record",
+           "call thread " << zq::Mutex::currentThreadId() << " records " << place << " = " << degrees << " ("
+                          << m_count << " of " << kReadings << ")");
+    if (m_count == kReadings) m_finished.set_value(m_sum);
+  }
+
+  int m_sum = 0;
+  int m_count = 0;
+  std::promise<int> m_finished;
+};
+
+void step(const char* text) { ZQ_LOG(zq::Log::Message, "demo::main", text); }
+
+int run() {
+  using zq::Log;
+  // 1. The log: every level to zq_demo.log, and through a tee to the console as well.
+  Log::setDefaultLogFile(L"zq_demo.log", true);
+  std::wostream& file = *Log::instance().getStream(Log::Message);
+  TeeBuffer tee(std::wcout.rdbuf(), file.rdbuf());
+  std::wostream console(&tee);
+  for (int level = Log::Debug; level <= Log::Fatal; ++level) {
+    Log::instance().setStream(static_cast<Log::ELevel>(level), &console, false);
+  }
+  Log::instance().setMessageLogLevel();
+  step("1. log set to the console and zq_demo.log, threshold Message");
+
+  // 2. The loader binds the packs in PlugIns beside this program at its first use.
+  step("2. asking the plug-in loader for a demo::IWeatherStation with the capability \"temperature\"");
+  boost::shared_ptr<zq::IComponent> component =
+      zq::plugin::Loader::instance().getComponentInterface(kComponentInterface, demo::kTemperature);
+  if (!component) {
+    const zq::RuntimeError cause("no component pack in PlugIns offers " + std::string(kComponentInterface));
+    throw zq::RuntimeError("the weather station is missing", &cause);
+  }
+
+  // 3. The component hands out its interface by identifier.
+  auto* station = static_cast<demo::IWeatherStation*>(component->getInterface(demo::IWeatherStation::ID()));
+  if (!station) throw zq::RuntimeError("the component does not answer for demo::IWeatherStation");
+  step("3. the component answered getInterface(\"demo::IWeatherStation\")");
+
+  // 4. Components that can be localised hear the program's language.
+  step("4. setting the language of the components to \"fr\"");
+  zq::plugin::Loader::instance().setLanguageOfComponents(L"fr");
+
+  // 5. A queued slot: it runs on the default run loop, not on the emitting thread.
+  Host host;
+  std::future<int> finished = host.finished();
+  const bool connected =
+      station->signals().connect(demo::IWeatherStation::measured, &host, &Host::onMeasured, zq::Queued);
+  ZQ_LOG(Log::Message, "demo::main",
+         "5. queued slot " << (connected ? "connected" : "NOT connected") << " to \"measured\" (main thread "
+                           << zq::Mutex::currentThreadId() << ")");
+  if (!connected) throw zq::RuntimeError("connecting the slot failed");
+
+  // 6. The station's worker thread emits; slots and deferred calls do the rest.
+  step("6. starting the station's worker thread");
+  station->startMeasuring(kReadings);
+  if (finished.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+    throw zq::RuntimeError("the readings did not arrive in time");
+  }
+  station->stopMeasuring();
+  ZQ_LOG(Log::Message, "demo::main", "7. the deferred calls finished the work: the readings add up to " << finished.get());
+
+  // 8. What the publisher declares and what is connected to it.
+  step("8. the publisher's report:");
+  std::ostringstream report;
+  station->signals().printDebugInfo(report);
+  console << zq::wconvert(report.str()) << std::flush;
+
+  // 9. Orderly end: the slot goes, the component goes, the packs stay mapped until exit.
+  station->signals().disconnect(demo::IWeatherStation::measured.name, &host, &Host::onMeasured);
+  component.reset();
+  zq::plugin::Loader::shutdown();
+  step("9. disconnected, component released, loader shut down; exit 0");
+  Log::instance().closeLogFile();  // the tee is the caller's; the file is the log's to close
+  return 0;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  using zq::Log;
-  const std::wstring logPath = zq::wconvert(argc > 1 ? std::string(argv[1]) : std::string("zq_demo.log"));
-  Log& log = Log::instance();
-
-  std::wcout << L"== 1. The log is silent until the program sets a stream." << std::endl;
-  ZQ_LOG(Log::Warning, "demo::main", "nobody sees this line");
-
-  std::wcout << L"== 2. All levels to " << logPath << L", then warnings and worse moved to the console." << std::endl;
-  log.setLogFile(logPath, true);
-  log.setStream(Log::Warning, &std::wcout, false);
-  log.setStream(Log::Critical, &std::wcout, false);
-  log.setStream(Log::Fatal, &std::wcout, false);
-  for (int level = Log::Debug; level <= Log::Fatal; ++level) {
-    ZQ_LOG(level, "demo::main", "a line at level " << level << " (" << Log::s_logLevels[level].name << ")");
-  }
-
-  std::wcout << L"== 3. Threshold raised to Critical: debug, message and warning lines are dropped." << std::endl;
-  log.setErrorLogLevel();
-  for (int level = Log::Debug; level <= Log::Fatal; ++level) {
-    ZQ_LOG(level, "demo::main", "after raising the threshold, level " << level);
-  }
-  log.setDebugLogLevel();
-
-  std::wcout << L"== 4. A chained exception, printed with its causes." << std::endl;
+int main() {
   try {
-    readSettings();
+    return run();
   } catch (const zq::Exception& e) {
-    e.writeTo(std::wcout) << std::endl;
-    ZQ_LOG(Log::Critical, "demo::main", "caught: " << e.whatStr());
+    std::wcerr << L"zq_demo failed: ";
+    e.writeTo(std::wcerr) << std::endl;
   }
-
-  std::wcout << L"== 5. An assertion report goes to the log and goes on." << std::endl;
-  zq::assert_log_error_x(L"void demo::main(void)", L"Checking the demo", L"( 1 == 2 )", L"void demo::main(void)");
-
-  log.closeLogFile();
-  std::wcout << L"== 6. The log file " << logPath << L" now reads:" << std::endl;
-  std::ifstream file(zq::convert(logPath));
-  for (std::string line; std::getline(file, line);) std::wcout << L"   | " << zq::wconvert(line) << std::endl;
-  return 0;
+  zq::Log::instance().closeLogFile();
+  return 1;
 }
