@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -91,18 +92,27 @@ void checkSlot() {
                 "the slot takes more arguments than the signal has, or other types than it declares");
 }
 
-// Identity of a member function as a slot name: the bytes of the member pointer.
+template <class M>
+struct MemberOf;
+template <class C, class T>
+struct MemberOf<T C::*> {
+  typedef C type;
+};
+
+// Identity of a member function as a slot name: its class, readable in reports, and the bytes
+// of the member pointer (trailing zero bytes left out; the length is fixed, so the text stays
+// unique).
 template <class M>
 std::string memberSlotName(M method) {
   static const char kHex[] = "0123456789abcdef";
   unsigned char bytes[sizeof(M)];
   std::memcpy(bytes, &method, sizeof(M));
-  std::string name("method@");
-  for (unsigned char b : bytes) {
-    name += kHex[b >> 4];
-    name += kHex[b & 0xF];
-  }
-  return name;
+  std::size_t used = sizeof(M);
+  while (used > 1 && bytes[used - 1] == 0) --used;
+  std::ostringstream name;
+  print_type(name, typeid(typename MemberOf<M>::type)) << "::method@";
+  for (std::size_t i = 0; i < used; ++i) name << kHex[bytes[i] >> 4] << kHex[bytes[i] & 0xF];
+  return name.str();
 }
 
 // The slot name of free functions; the receiver is the function's address.
