@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <iomanip>
-#include <locale>
 #include <sstream>
 
 namespace zq {
@@ -56,8 +55,6 @@ TEST(TextTest, IdentityOverloadsReturnTheSameObject) {
 
   EXPECT_EQ(&emptyString(), &emptyString());
   EXPECT_TRUE(emptyString().empty());
-  const char* name = "zq::Log";
-  EXPECT_EQ(name, type_name(name));
 }
 
 TEST(TextTest, AbsoluteValueInTwosComplement) {
@@ -107,20 +104,6 @@ TEST(TextTest, CopyingReadyWideInputCopiesEverythingBufferedInBlocks) {
   untouched.seekp(0, std::ios_base::end);
   untouched << empty;
   EXPECT_EQ(L"kept", untouched.str());
-}
-
-TEST(TextTest, ConversionFollowsTheGlobalLocaleAtCallTime) {
-  // The classic locale widens ASCII and nothing beyond; switching the global locale switches
-  // the facet the next call uses (and restoring it restores the behaviour).
-  const std::locale previous = std::locale::global(std::locale::classic());
-  EXPECT_EQ("?", convert(std::wstring(L"\u00E9")));
-  try {
-    std::locale::global(std::locale("C.UTF-8"));
-    EXPECT_EQ(L"plain", wconvert(std::string("plain")));
-  } catch (const std::runtime_error&) {
-    // C.UTF-8 is always present on Debian; elsewhere, nothing more to check.
-  }
-  std::locale::global(previous);
 }
 
 }  // namespace
