@@ -22,25 +22,23 @@ std::wstring fields(const VersionNumber& v) {
 }
 
 TEST(VersionNumberTest, ParsesPrefixNumbersAndPostfix) {
-  const wchar_t* cases[][2] = {
-      {L"1.2.3.4", L"[] 1 2 3 4 []"},
-      {L"V1.2.3.4", L"[V] 1 2 3 4 []"},
-      {L"Main-V1.2.3.4", L"[Main-V] 1 2 3 4 []"},
-      // A leading "m" runs to the "V": digits join the prefix and the blank is skipped.
-      {L"main 4.2V1.0", L"[main4.2V] 1 0 0 0 []"},
-      {L"Firmware 7.8.9.10", L"[Firmware] 7 8 9 10 []"},
-      {L"1.2.3.4-beta", L"[] 1 2 3 4 [-beta]"},
-      {L"1.2.3.4 rc 1", L"[] 1 2 3 4 [rc]"},  // one word only
-      {L"1-2_3 4", L"[] 1 2 3 4 []"},         // delimiters are not checked
-      {L"1.2", L"[] 1 2 0 0 []"},
-      {L"", L"[] 0 0 0 0 []"},
-      {L"4294967295.0.0.1", L"[] 4294967295 0 0 1 []"},
-  };
+  // A leading "m" runs to the "V", so digits join the prefix and the blank is skipped; only one word of
+  // postfix is read; delimiters are not checked.
+  const wchar_t* cases[][2] = {{L"1.2.3.4", L"[] 1 2 3 4 []"},
+                               {L"V1.2.3.4", L"[V] 1 2 3 4 []"},
+                               {L"Main-V1.2.3.4", L"[Main-V] 1 2 3 4 []"},
+                               {L"main 4.2V1.0", L"[main4.2V] 1 0 0 0 []"},
+                               {L"Firmware 7.8.9.10", L"[Firmware] 7 8 9 10 []"},
+                               {L"1.2.3.4-beta", L"[] 1 2 3 4 [-beta]"},
+                               {L"1.2.3.4 rc 1", L"[] 1 2 3 4 [rc]"},
+                               {L"1-2_3 4", L"[] 1 2 3 4 []"},
+                               {L"1.2", L"[] 1 2 0 0 []"},
+                               {L"", L"[] 0 0 0 0 []"},
+                               {L"4294967295.0.0.1", L"[] 4294967295 0 0 1 []"}};
   for (const auto& c : cases) {
-    EXPECT_EQ(c[1], fields(VersionNumber(std::wstring(c[0]))));
     VersionNumber v;
     v.fromString(c[0]);
-    EXPECT_EQ(c[1], fields(v));
+    EXPECT_EQ(std::wstring(c[1]) + c[1], fields(VersionNumber(std::wstring(c[0]))) + fields(v));
   }
 }
 
@@ -92,9 +90,8 @@ TEST(VersionNumberTest, WritesInTheStreamsFormat) {
   EXPECT_EQ(&out, &v.writeAt(out));
   EXPECT_EQ(L"Main-V1.2.1e.4-beta", out.str());
   // Copies and self-assignment keep every field.
-  VersionNumber& self = v;
+  VersionNumber &self = v, assigned;
   v = self;
-  VersionNumber assigned;
   assigned = v;
   EXPECT_EQ(v.toString() + v.toString(), VersionNumber(v).toString() + assigned.toString());
 }
@@ -121,8 +118,8 @@ TEST(VersionNumberTest, ComparesTheNumbersOnly) {
   for (std::size_t i = 0; i < 7; ++i) {
     for (std::size_t j = 0; j < 7; ++j) {
       const VersionNumber &a = ordered[i], &b = ordered[j];
-      EXPECT_EQ((std::vector<bool>{i == j, i != j, i<j, i <= j, i> j, i >= j}),
-                (std::vector<bool>{a == b, a != b, a<b, a <= b, a> b, a >= b}))
+      EXPECT_EQ((std::vector<bool>{i == j, i != j, (i < j), i <= j, (i > j), i >= j}),
+                (std::vector<bool>{a == b, a != b, (a < b), a <= b, (a > b), a >= b}))
           << i << " vs " << j;
     }
   }
