@@ -25,11 +25,8 @@ TEST_F(CallTest, FailingCallsAreLoggedAndTheThreadGoesOn) {
   owner.asyncCall([] { throw 42; }, base + 2ns);
   owner.asyncCall([&] { lastRan = true; }, base + 3ns);
   ASSERT_TRUE(waitFor([&] { return lastRan.load(); }));
-  const std::vector<std::string> failures = log.linesWith("failed");
-  ASSERT_EQ(3u, failures.size());
-  for (const std::string& line : failures)
-    EXPECT_THAT(line, HasSubstr("WARNING  [zq::CallThread::run] Async function call failed"));
-  EXPECT_TRUE(log.linesWith("not in the log").empty());
+  const auto failed = testing::EndsWith("WARNING  [zq::CallThread::run] Async function call failed");
+  EXPECT_THAT(log.linesWith("failed"), ElementsAre(failed, failed, failed));
 }
 
 // Queues a call `late` behind its time while the thread is held, so the thread reads the clock

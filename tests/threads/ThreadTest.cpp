@@ -13,14 +13,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <csignal>
 #include <ext/stdio_filebuf.h>
 #include <functional>
 #include <stdexcept>
-#include <string>
-#include <thread>
 
 namespace zq::test {
 namespace {
@@ -45,20 +41,6 @@ struct Body : Runnable {
   std::atomic<int> runs{0}, nice{0};
   std::size_t stack = 0;
 };
-
-TEST(ThreadTest, StartsWaitsAndStartsAgainWithItsStackSize) {
-  Body body;
-  Thread thread(&body);
-  EXPECT_TRUE(thread.wait()) << "never started";
-  thread.setStackSize(3 << 20);
-  thread.start();
-  EXPECT_TRUE(thread.wait() && thread.wait());
-  EXPECT_GE(body.stack, std::size_t(3 << 20));
-  thread.setStackSize(1);  // rounded up to what the system accepts
-  thread.start(Thread::Normal);
-  thread.wait();
-  EXPECT_EQ(2, body.runs.load());
-}
 
 std::string report(const std::string& function, const std::string& what) {
   const std::string signature = "void __cdecl zq::Thread::" + function;
@@ -100,9 +82,15 @@ TEST(ThreadTest, SettingsAndStartAreRefusedAndReportedWhileAThreadExists) {
   EXPECT_EQ(1, body.runs.load()) << "refused starts must not run the body";
 }
 
-TEST(ThreadTest, PriorityIsInForceBeforeTheBodyRuns) {
+TEST(ThreadTest, StackSizeAndPriorityAreInForceBeforeTheBodyRuns) {
   Body body;
   Thread thread(&body);
+  EXPECT_TRUE(thread.wait()) << "never started";
+  thread.setStackSize(3 << 20);
+  thread.start();
+  EXPECT_TRUE(thread.wait() && thread.wait());
+  EXPECT_GE(body.stack, std::size_t(3 << 20));
+  thread.setStackSize(1);  // rounded up to what the system accepts
   const std::pair<Thread::EThreadPriority, int> niceByPriority[] = {
       {Thread::Lowest, 10}, {Thread::Idle, 19}, {Thread::Normal, 0}};
   for (auto [priority, nice] : niceByPriority) {
@@ -118,6 +106,7 @@ TEST(ThreadTest, PriorityIsInForceBeforeTheBodyRuns) {
   });
   creator.join();
   EXPECT_EQ(niceAbove(3), body.nice.load());
+  EXPECT_EQ(5, body.runs.load());
 }
 
 TEST(ThreadTest, RaisedPriorityWhenPrivileged) {
