@@ -3,24 +3,31 @@
 #pragma once
 
 #include <zq/threads/CallOwner.h>
+#include <zq/threads/CallThread.h>
 
+#include "tests/support/LogCapture.h"
 #include "tests/support/Wait.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <future>
 #include <mutex>
+#include <string>
+#include <thread>
 #include <vector>
 
 namespace zq {
 namespace test {
 
-inline std::size_t queueSize() {
-  std::lock_guard<std::mutex> lock(CallOwner::getQueueMutex());
-  return CallOwner::getThreadQueue().size();
-}
+using namespace std::chrono_literals;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+typedef std::chrono::steady_clock Clock;
 
 // The apply times in the queue, in queue order.
 inline std::vector<Call::time_point> queuedTimes() {
@@ -29,59 +36,42 @@ inline std::vector<Call::time_point> queuedTimes() {
   for (const Call* call : CallOwner::getThreadQueue()) times.push_back(call->getApplyTime());
   return times;
 }
+inline std::size_t queueSize() { return queuedTimes().size(); }
 
 // Runs one call now and waits until it has run and the thread has disposed of everything
-// cancelled behind it. Tests start from this, so leftovers of earlier tests don't count.
+// cancelled behind it, so that leftovers of earlier tests don't count.
 inline void drainQueue() {
   CallOwner owner;
   std::atomic<bool> ran(false);
-  owner.asyncCall([&ran] { ran = true; }, std::chrono::nanoseconds(0));
-  ASSERT_TRUE(waitFor([&ran] { return ran.load() && queueSize() == 0; })) << "the queue did not drain";
+  owner.asyncCall([&ran] { ran = true; }, 0ns);
+  ASSERT_TRUE(waitFor([&ran] { return ran && queueSize() == 0; })) << "the queue did not drain";
 }
 
-// A call that holds the call thread until released, so that tests can set up the queue
-// without the thread taking anything from it. Its destructor releases it and waits until
-// the thread has left it, also when a test fails half-way.
+class CallTest : public ::testing::Test {
+ protected:
+  void SetUp() override { drainQueue(); }
+  void TearDown() override { drainQueue(); }
+};
+
+// A call that holds the call thread until the gate goes out of scope, so that tests can set up
+// the queue without the thread taking anything from it.
 class Gate {
  public:
   Gate() {
-    m_owner.asyncCall([this] { hold(); }, std::chrono::nanoseconds(0));
+    m_owner.asyncCall(
+        [this] {
+          m_entered.set_value();
+          m_opened.wait();
+        },
+        0ns);
   }
-  ~Gate() {
-    release();
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_left || !m_entered; });
-  }
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
-
-  // Waits until the call thread is inside the gate.
-  bool waitEntered() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::seconds(10), [this] { return m_entered; });
-  }
-  void release() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_open = true;
-    m_changed.notify_all();
-  }
+  ~Gate() { m_open.set_value(); }  // m_owner, destroyed next, waits until the call has left
+  bool waitEntered() { return m_entered.get_future().wait_for(10s) == std::future_status::ready; }
 
  private:
-  void hold() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_entered = true;
-    m_changed.notify_all();
-    m_changed.wait(lock, [this] { return m_open; });
-    m_left = true;
-    m_changed.notify_all();
-  }
-
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_entered = false;
-  bool m_open = false;
-  bool m_left = false;
-  CallOwner m_owner;  // last: destroyed first, while the flags still exist
+  std::promise<void> m_entered, m_open;
+  std::shared_future<void> m_opened = m_open.get_future();
+  CallOwner m_owner;
 };
 
 }  // namespace test
