@@ -16,13 +16,14 @@
 
 namespace zqtest {
 
-inline std::filesystem::path testProgramFolder() {
-  return std::filesystem::path(zq::test::selfExecutable()).parent_path();
-}
 // The packs of a normal binding, beside the test program.
-inline std::filesystem::path pluginFolder() { return testProgramFolder() / "PlugIns"; }
+inline std::filesystem::path pluginFolder() {
+  return std::filesystem::path(zq::test::selfExecutable()).parent_path() / "PlugIns";
+}
 // The probe program and the packs for tests that want a PlugIns folder of their own.
-inline std::filesystem::path pluginPool() { return testProgramFolder() / "PlugInPool"; }
+inline std::filesystem::path pluginPool() {
+  return std::filesystem::path(zq::test::selfExecutable()).parent_path() / "PlugInPool";
+}
 
 inline std::wstring wide(const std::filesystem::path& path) { return zq::wconvert(path.string()); }
 
