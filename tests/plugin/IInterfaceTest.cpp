@@ -1,16 +1,10 @@
-#include <zq/plugin/Component.h>
+#include "tests/plugins/TestComponent.h"
+
 #include <zq/plugin/IInterface.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <set>
-#include <string>
-#include <utility>
-
 namespace {
-
-using zq::plugin::Component;
 
 TEST(IInterfaceTest, RootAnswersItsOwnIdentifierOnly) {
   zq::IInterface root;
@@ -29,29 +23,15 @@ TEST(IInterfaceTest, RootAnswersItsOwnIdentifierOnly) {
   EXPECT_STREQ(zq::ICanBeLocalized::ID(), "zq::ICanBeLocalized");
 }
 
-// Overrides the non-const form alone, as plug-ins do.
-class Localizable : public Component, public zq::ICanBeLocalized {
- public:
-  using Component::getInterface;
-  void* getInterface(const char* id) override {
-    if (std::strcmp(id, zq::ICanBeLocalized::ID()) == 0) return static_cast<zq::ICanBeLocalized*>(this);
-    return Component::getInterface(id);
-  }
-  bool setLanguage(const std::wstring& language) override {
-    language_ = language;
-    return true;
-  }
-  std::wstring language_;
-};
-
+// The test component overrides the non-const form alone, as plug-ins do.
 TEST(IInterfaceTest, ConstFormFollowsTheNonConstOverride) {
-  Localizable component;
+  zqtest::TestComponent component("Test/c", {}, true);
   const zq::IInterface& root = component;
   const void* found = root.getInterface(zq::ICanBeLocalized::ID());
   ASSERT_NE(found, nullptr);
   // The pointer is the interface's own subobject, usable after a plain cast.
   static_cast<zq::ICanBeLocalized*>(const_cast<void*>(found))->setLanguage(L"fr");
-  EXPECT_EQ(component.language_, L"fr");
+  EXPECT_EQ(component.language, L"fr");
   EXPECT_EQ(root.getInterface(zq::IInterface::ID()), static_cast<const zq::IInterface*>(&component));
 }
 

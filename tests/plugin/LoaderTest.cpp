@@ -7,238 +7,176 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
-#include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 namespace {
 
+namespace fs = std::filesystem;
 using zq::plugin::Loader;
-using zq::test::LogCapture;
 using zqtest::originOf;
 using zqtest::pluginFolder;
 using zqtest::wide;
+typedef std::vector<std::string> Lines;
 
-std::string narrow(const std::filesystem::path& path) { return path.string(); }
+const std::string kLoader = "[zq::plugin::Loader::Loader] Plugin loader: ";
+const std::string kBind = "[zq::plugin::Loader::bindComponentPacks] ";
+const std::string kPack = "[zq::plugin::Loader::loadComponentPack] Plugin loader: ";
+const std::string kNoneFound =
+    "[zq::plugin::Loader::listComponents] Plugin loader: No components found for interface \"";
 
-std::vector<std::string> origins(const std::list<boost::shared_ptr<zq::IComponent>>& components) {
-  std::vector<std::string> result;
+std::string loading(const fs::path& pack) { return kPack + "Loading component pack \"" + pack.string() + "\""; }
+std::string creating(const std::string& name) { return kPack + "\tCreating component \"" + name + "\""; }
+
+// The log of binding `folder`: the framing lines around `steps`, then `after`.
+Lines bindingLog(const fs::path& folder, const Lines& steps, const Lines& after = {}) {
+  Lines lines = {kLoader + "Creating instance...",
+                 kBind + "Plugin loader: Plugin search paths: ", kBind + "-\"" + folder.string() + "\""};
+  lines.insert(lines.end(), steps.begin(), steps.end());
+  // "No component packs loaded." is written after every binding, a successful one too.
+  lines.insert(lines.end(), {kLoader + "No component packs loaded.", kLoader + "Instance created."});
+  lines.insert(lines.end(), after.begin(), after.end());
+  return lines;
+}
+
+Lines origins(const std::list<boost::shared_ptr<zq::IComponent>>& components) {
+  Lines result;
   for (const auto& component : components) result.push_back(originOf(component));
   return result;
 }
 
-// ---- the static side ----------------------------------------------------------------------
+// The text of the RuntimeError that `f` throws; "" when it throws none.
+template <class F>
+std::string errorOf(F f) {
+  try {
+    f();
+  } catch (const zq::RuntimeError& e) {
+    return e.whatStr();
+  }
+  return "";
+}
 
 TEST(LoaderLibrariesTest, ListsSharedLibrariesSortedByName) {
   zqtest::ScratchFolder scratch;
-  const std::filesystem::path folder = scratch.path();
-  for (const char* name : {"b.so", "a.so", "c.txt", "so", "a.so.1"}) std::ofstream(folder / name) << "x";
-  std::filesystem::create_directory(folder / "dir.so");
-
-  const std::list<std::wstring> expected = {wide(folder / "a.so"), wide(folder / "b.so"), wide(folder / "dir.so")};
-  EXPECT_EQ(Loader::listSharedLibraries(wide(folder)), expected);
-
-  std::filesystem::create_directory(folder / "empty");
-  EXPECT_TRUE(Loader::listSharedLibraries(wide(folder / "empty")).empty());
-
-  try {
-    Loader::listSharedLibraries(wide(folder / "missing"));
-    ADD_FAILURE() << "a missing folder must throw";
-  } catch (const zq::RuntimeError& e) {
-    EXPECT_EQ(e.whatStr(), "No such file or directory");
-  }
-}
-
-TEST(LoaderLibrariesTest, DefaultSearchPathIsBesideTheExecutable) {
+  for (const char* name : {"b.so", "a.so", "c.txt", "so", "a.so.1"}) std::ofstream(scratch.path / name) << "x";
+  fs::create_directories(scratch.path / "dir.so" / "empty");
+  EXPECT_EQ(Loader::listSharedLibraries(wide(scratch.path)),
+            (std::list<std::wstring>{wide(scratch.path / "a.so"), wide(scratch.path / "b.so"),
+                                     wide(scratch.path / "dir.so")}));
+  EXPECT_TRUE(Loader::listSharedLibraries(wide(scratch.path / "dir.so" / "empty")).empty());
+  EXPECT_EQ(errorOf([&] { Loader::listSharedLibraries(wide(scratch.path / "missing")); }), "No such file or directory");
   EXPECT_EQ(Loader::defaultSearchPaths(), std::list<std::wstring>{wide(pluginFolder())});
 }
 
 TEST(LoaderLibrariesTest, LoadAndLookUpWithExactFailureTexts) {
   Loader::SharedLibraryHandle* handle = Loader::createHandle();
-  const std::string missing = narrow(pluginFolder() / "NoSuchLibrary.so");
-  try {
-    Loader::loadSharedLibrary(*handle, wide(pluginFolder() / "NoSuchLibrary.so"));
-    ADD_FAILURE() << "opening a missing library must throw";
-  } catch (const zq::RuntimeError& e) {
-    EXPECT_EQ(e.whatStr(), "Error loading shared library \"" + missing + "\" : " + missing +
-                               ": cannot open shared object file: No such file or directory");
-  }
-  EXPECT_THROW(Loader::loadSharedLibrary(*handle, L""), zq::RuntimeError);
-  // A handle whose open failed holds no library: a lookup must fail, not search the
-  // process (a null module means "everything loaded" to the system's lookup).
-  EXPECT_THROW(Loader::getFunctionPtr(*handle, "malloc"), zq::RuntimeError);
-  Loader::unloadSharedLibrary(*handle);
-
-  // Nor may a handle that was never opened reach the system with whatever it holds.
+  const std::string missing = (pluginFolder() / "NoSuchLibrary.so").string();
+  EXPECT_EQ(errorOf([&] { Loader::loadSharedLibrary(*handle, zq::wconvert(missing)); }),
+            "Error loading shared library \"" + missing + "\" : " + missing +
+                ": cannot open shared object file: No such file or directory");
+  EXPECT_NE(errorOf([&] { Loader::loadSharedLibrary(*handle, L""); }), "");
+  // A handle that holds no library must fail a lookup, not search the whole process.
+  EXPECT_NE(errorOf([&] { Loader::getFunctionPtr(*handle, "malloc"); }), "");
   Loader::SharedLibraryHandle* fresh = Loader::createHandle();
-  EXPECT_THROW(Loader::getFunctionPtr(*fresh, "malloc"), zq::RuntimeError);
-  Loader::unloadSharedLibrary(*fresh);
+  EXPECT_NE(errorOf([&] { Loader::getFunctionPtr(*fresh, "malloc"); }), "");
   Loader::destroyHandle(fresh);
 
   Loader::loadSharedLibrary(*handle, wide(pluginFolder() / "NoEntry.so"));
-  auto answer = reinterpret_cast<int (*)()>(Loader::getFunctionPtr(*handle, "noEntryAnswer"));
-  EXPECT_EQ(answer(), 42);
-  try {
-    Loader::getFunctionPtr(*handle, "enumeratePluginComponents");
-    ADD_FAILURE() << "a missing symbol must throw";
-  } catch (const zq::RuntimeError& e) {
-    const std::string prefix = "Error getting function \"enumeratePluginComponents\": ";
-    EXPECT_EQ(e.whatStr().compare(0, prefix.size(), prefix), 0) << e.whatStr();
-    EXPECT_NE(e.whatStr().find("undefined symbol: enumeratePluginComponents"), std::string::npos) << e.whatStr();
-  }
+  EXPECT_EQ(reinterpret_cast<int (*)()>(Loader::getFunctionPtr(*handle, "noEntryAnswer"))(), 42);
+  const std::string error = errorOf([&] { Loader::getFunctionPtr(*handle, "enumeratePluginComponents"); });
+  EXPECT_EQ(error.rfind("Error getting function \"enumeratePluginComponents\": ", 0), 0u) << error;
+  EXPECT_NE(error.find("undefined symbol: enumeratePluginComponents"), std::string::npos) << error;
   Loader::unloadSharedLibrary(*handle);
   Loader::destroyHandle(handle);
 }
 
-// ---- the singleton over the packs beside the test program ----------------------------------
-
+// Each test binds the packs beside the test program afresh, with the log captured.
 class LoaderTest : public ::testing::Test {
  protected:
-  // Each test binds afresh, with the log captured from the start.
-  void SetUp() override {
-    Loader::shutdown();
-    m_log.reset(new LogCapture(zq::Log::Debug));
-    m_loader = &Loader::instance();
-  }
-  void TearDown() override {
-    m_log.reset();
-    Loader::shutdown();
-  }
-
-  std::string packPath(const char* file) const { return narrow(pluginFolder() / file); }
-
-  std::unique_ptr<LogCapture> m_log;
-  Loader* m_loader = nullptr;
+  ~LoaderTest() override { Loader::shutdown(); }
+  zq::test::LogCapture log{zq::Log::Debug};
+  Loader& loader = Loader::instance();
 };
 
 TEST_F(LoaderTest, BindingWritesItsStepsAndGoesOnAfterBadPacks) {
-  const std::string c = "[zq::plugin::Loader::Loader] Plugin loader: ";
-  const std::string b = "[zq::plugin::Loader::bindComponentPacks] Plugin loader";
-  const std::string l = "[zq::plugin::Loader::loadComponentPack] Plugin loader: ";
-  const std::string loading = l + "Loading component pack \"";
-  const std::string creating = l + "\tCreating component \"";
-  const std::vector<std::string> expected = {
-      c + "Creating instance...",
-      b + ": Plugin search paths: ",
-      "[zq::plugin::Loader::bindComponentPacks] -\"" + narrow(pluginFolder()) + "\"",
-      "[zq::plugin::Loader::shouldLoad] Plugin loader: Trying to load debug version of \"" + packPath("Loned.so") +
-          "\" because release version is not found.",
-      loading + packPath("Loned.so") + "\"",
-      creating + "lone.Component\"",
-      loading + packPath("NoEntry.so") + "\"",
-      b + " (exception): Error getting function \"enumeratePluginComponents\": ...",
-      loading + packPath("NotALibrary.so") + "\"",
-      b + " (exception): Error loading shared library \"" + packPath("NotALibrary.so") + "\" : ...",
-      loading + packPath("Partial.so") + "\"",
-      creating + "partial.Broken\"",
-      l + "Error creating component \"partial.Broken\"",
-      creating + "partial.Working\"",
-      loading + packPath("Shapes.so") + "\"",
-      creating + "shapes.Circle\"",
-      creating + "shapes.Square\"",
-      loading + packPath("Throwing.so") + "\"",
-      creating + "throwing.A\"",
-      creating + "throwing.B\"",
-      b + " (exception): component B refused",
-      loading + packPath("Twin.so") + "\"",
-      creating + "twin.Component\"",
-      // Written after every binding, a successful one too.
-      c + "No component packs loaded.",
-      c + "Instance created.",
-  };
-  EXPECT_TRUE(zqtest::bodiesMatch(m_log->bodies(), expected));
-  EXPECT_EQ(m_log->linesWith(" CRITICAL ").size(), 4u);
-
-  // A pack that threw keeps what it made before.
-  EXPECT_EQ(origins(m_loader->listComponents("test::IThrowing", "")), std::vector<std::string>{"Throwing/throwing.A"});
-  // The debug twin stayed out; the lone debug build is in.
-  EXPECT_EQ(origins(m_loader->listComponents("test::INamed", "")),
-            (std::vector<std::string>{"Loned/lone.Component", "Twin/twin.Component"}));
+  auto pack = [](const char* file) { return pluginFolder() / file; };
+  const std::string failed = kBind + "Plugin loader (exception): ";
+  const Lines expected =
+      bindingLog(pluginFolder(),
+                 {"[zq::plugin::Loader::shouldLoad] Plugin loader: Trying to load debug version of \"" +
+                      pack("Loned.so").string() + "\" because release version is not found.",
+                  loading(pack("Loned.so")), creating("lone.Component"),  //
+                  loading(pack("NoEntry.so")), failed + "Error getting function \"enumeratePluginComponents\": ...",
+                  loading(pack("NotALibrary.so")),
+                  failed + "Error loading shared library \"" + pack("NotALibrary.so").string() + "\" : ...",
+                  loading(pack("Partial.so")), creating("partial.a"), creating("partial.b.null"),
+                  kPack + "Error creating component \"partial.b.null\"", creating("partial.c.throws"),
+                  failed + "component c refused",  //
+                  loading(pack("Shapes.so")), creating("shapes.Circle"), creating("shapes.Square"),
+                  // The debug twin Twind.so stays out without a word.
+                  loading(pack("Twin.so")), creating("twin.Component")});
+  EXPECT_EQ(zqtest::matched(log.bodies(), expected), expected);
+  EXPECT_EQ(log.linesWith(" CRITICAL ").size(), 4u);
+  EXPECT_EQ(origins(loader.listComponents("test::INamed", "")), (Lines{"Loned/lone.Component", "Twin/twin.Component"}));
 }
 
-TEST_F(LoaderTest, ListsByInterfaceAndCapability) {
-  m_log->clear();
-  EXPECT_EQ(origins(m_loader->listComponents("test::IShape", "")),
-            (std::vector<std::string>{"Partial/partial.Working", "Shapes/shapes.Circle", "Shapes/shapes.Square"}));
-  EXPECT_EQ(origins(m_loader->listComponents("test::IShape", "2d")),
-            (std::vector<std::string>{"Partial/partial.Working", "Shapes/shapes.Circle", "Shapes/shapes.Square"}));
-  EXPECT_EQ(origins(m_loader->listComponents("test::IShape", "corners")),
-            std::vector<std::string>{"Shapes/shapes.Square"});
-  EXPECT_EQ(origins(m_loader->listComponents("test::IDrawable", "svg")),
-            std::vector<std::string>{"Shapes/shapes.Circle"});
-  EXPECT_TRUE(m_log->lines().empty());
-
-  // Every interface: once per interface of each component, grouped by interface.
-  const std::vector<std::string> all = origins(m_loader->listComponents("", ""));
-  EXPECT_EQ(all.size(), 16u);
-  EXPECT_EQ(std::count(all.begin(), all.end(), "Shapes/shapes.Circle"), 4);
-  EXPECT_EQ(all.front(), "Shapes/shapes.Circle");  // "test::IDrawable" is the first key
-  EXPECT_EQ(all.back(), "Twin/twin.Component");    // the last bound under "zqtest::IProbe", the last key
-  EXPECT_TRUE(m_log->lines().empty());
+TEST_F(LoaderTest, FindsComponentsByInterfaceAndCapabilityInBindingOrder) {
+  log.clear();
+  // A pack that threw keeps what it made before.
+  const Lines shapes = {"Partial/partial.a", "Shapes/shapes.Circle", "Shapes/shapes.Square"};
+  EXPECT_EQ(origins(loader.listComponents("test::IShape", "")), shapes);
+  EXPECT_EQ(origins(loader.listComponents("test::IShape", "2d")), shapes);
+  EXPECT_EQ(origins(loader.listComponents("test::IShape", "corners")), Lines{"Shapes/shapes.Square"});
+  EXPECT_EQ(origins(loader.listComponents("test::IDrawable", "svg")), Lines{"Shapes/shapes.Circle"});
+  EXPECT_EQ(originOf(loader.getComponentInterface("test::IShape", "round")), "Shapes/shapes.Circle");
+  // Every interface: each component once per interface it offers, grouped by interface.
+  const Lines all = origins(loader.listComponents("", ""));
+  EXPECT_EQ(all.size(), 14u);
+  EXPECT_EQ(all.front(), "Shapes/shapes.Circle");  // under "test::IDrawable", the first key
+  EXPECT_EQ(all.back(), "Twin/twin.Component");    // bound last under "zqtest::TestComponent", the last key
+  EXPECT_TRUE(log.lines().empty());
 
   // A capability with every interface is asked under the empty identifier: nothing answers.
-  EXPECT_TRUE(m_loader->listComponents("", "2d").empty());
-  EXPECT_TRUE(m_loader->listComponents("test::IShape", "svg").empty());
-  EXPECT_TRUE(zqtest::bodiesMatch(
-      m_log->bodies(),
-      {"[zq::plugin::Loader::listComponents] Plugin loader: No components found for interface \"\" capability \"2d\".",
-       "[zq::plugin::Loader::listComponents] Plugin loader: No components found for interface \"test::IShape\" "
-       "capability \"svg\"."}));
-  EXPECT_EQ(m_log->linesWith(" WARNING ").size(), 2u);
-}
-
-TEST_F(LoaderTest, GetComponentInterfaceTakesTheFirstInBindingOrder) {
-  m_log->clear();
-  EXPECT_EQ(originOf(m_loader->getComponentInterface("test::IShape", "round")), "Shapes/shapes.Circle");
-  EXPECT_TRUE(m_log->lines().empty());
-
-  EXPECT_EQ(originOf(m_loader->getComponentInterface("test::IShape", "2d")), "Partial/partial.Working");
-  EXPECT_EQ(originOf(m_loader->getComponentInterface("test::INothing", "")), "null");
-  EXPECT_TRUE(zqtest::bodiesMatch(
-      m_log->bodies(), {"[zq::plugin::Loader::getComponentInterface] Plugin loader: Multiple components found for "
-                        "interface \"test::IShape\" capability \"2d\".",
-                        "[zq::plugin::Loader::listComponents] Plugin loader: No components found for interface "
-                        "\"test::INothing\" capability \"\"."}));
+  EXPECT_TRUE(loader.listComponents("", "2d").empty());
+  EXPECT_TRUE(loader.listComponents("test::IShape", "svg").empty());
+  EXPECT_EQ(originOf(loader.getComponentInterface("test::IShape", "2d")), "Partial/partial.a");
+  EXPECT_EQ(originOf(loader.getComponentInterface("test::INothing", "")), "null");
+  EXPECT_EQ(log.bodies(),
+            (Lines{kNoneFound + "\" capability \"2d\".", kNoneFound + "test::IShape\" capability \"svg\".",
+                   "[zq::plugin::Loader::getComponentInterface] Plugin loader: Multiple components "
+                   "found for interface \"test::IShape\" capability \"2d\".",
+                   kNoneFound + "test::INothing\" capability \"\"."}));
+  EXPECT_EQ(log.linesWith(" WARNING ").size(), 4u);
 }
 
 TEST_F(LoaderTest, LanguageReachesLocalizableComponentsOnly) {
-  EXPECT_EQ(m_loader->languageOfComponents(), L"");
-  m_loader->setLanguageOfComponents(L"de");
-  EXPECT_EQ(m_loader->languageOfComponents(), L"de");
-  for (const auto& component : m_loader->listComponents(zqtest::IProbe::ID(), "")) {
-    zq::IInterface& root = *component;
-    auto* probe = static_cast<zqtest::IProbe*>(root.getInterface(zqtest::IProbe::ID()));
-    const bool localizable = root.getInterface(zq::ICanBeLocalized::ID()) != nullptr;
-    EXPECT_EQ(probe->language(), localizable ? L"de" : L"") << probe->origin();
+  loader.setLanguageOfComponents(L"de");
+  EXPECT_EQ(loader.languageOfComponents(), L"de");
+  for (const auto& component : loader.listComponents(zqtest::TestComponent::ID(), "")) {
+    const zqtest::TestComponent* test = zqtest::testComponent(component);
+    EXPECT_EQ(test->language, test->localizable ? L"de" : L"") << test->origin;
   }
-  EXPECT_EQ(m_loader->listComponents(zq::ICanBeLocalized::ID(), "").size(), 3u);
 }
 
-TEST_F(LoaderTest, SearchPathsChangeWithoutRebinding) {
-  EXPECT_EQ(m_loader->searchPaths(), Loader::defaultSearchPaths());
-  m_loader->setSearchPaths({L"/nowhere"});
-  EXPECT_EQ(m_loader->searchPaths(), std::list<std::wstring>{L"/nowhere"});
-  EXPECT_EQ(m_loader->listComponents("test::IShape", "").size(), 3u);
-}
-
-TEST_F(LoaderTest, ShutdownDestroysTheInstanceAndHeldComponentsLiveOn) {
-  const boost::shared_ptr<zq::IComponent> held = m_loader->getComponentInterface("test::IShape", "round");
-  ASSERT_TRUE(held);
-  m_loader->setLanguageOfComponents(L"it");
-  m_log->clear();
+TEST_F(LoaderTest, ShutdownEndsTheInstanceWhileHeldComponentsLiveOn) {
+  EXPECT_EQ(loader.searchPaths(), Loader::defaultSearchPaths());
+  loader.setSearchPaths({L"/nowhere"});  // kept, without rebinding
+  EXPECT_EQ(loader.searchPaths(), std::list<std::wstring>{L"/nowhere"});
+  const boost::shared_ptr<zq::IComponent> held = loader.getComponentInterface("test::IShape", "round");
+  ASSERT_EQ(originOf(held), "Shapes/shapes.Circle");
+  loader.setLanguageOfComponents(L"it");
+  log.clear();
   Loader::shutdown();
-  EXPECT_TRUE(
-      zqtest::bodiesMatch(m_log->bodies(), {"[zq::plugin::Loader::~Loader] Plugin loader: Destroying instance...",
-                                            "[zq::plugin::Loader::~Loader] Plugin loader: Instance destroyed."}));
+  Loader::shutdown();  // does nothing
+  EXPECT_EQ(log.bodies(), (Lines{"[zq::plugin::Loader::~Loader] Plugin loader: Destroying instance...",
+                                 "[zq::plugin::Loader::~Loader] Plugin loader: Instance destroyed."}));
   // The library stays open, so the held component still works.
   EXPECT_EQ(originOf(held), "Shapes/shapes.Circle");
-  Loader::shutdown();  // a second shutdown does nothing
 
   Loader& again = Loader::instance();
   EXPECT_EQ(again.languageOfComponents(), L"");
+  EXPECT_EQ(again.searchPaths(), Loader::defaultSearchPaths());
   const boost::shared_ptr<zq::IComponent> fresh = again.getComponentInterface("test::IShape", "round");
   EXPECT_EQ(originOf(fresh), "Shapes/shapes.Circle");
   EXPECT_NE(fresh.get(), held.get());
@@ -248,100 +186,52 @@ TEST_F(LoaderTest, ConcurrentFirstUseMakesOneInstance) {
   Loader::shutdown();
   std::vector<Loader*> seen(4, nullptr);
   std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < seen.size(); ++i) threads.emplace_back([&seen, i] { seen[i] = &Loader::instance(); });
+  for (Loader*& slot : seen) threads.emplace_back([&slot] { slot = &Loader::instance(); });
   for (std::thread& t : threads) t.join();
-  for (Loader* loader : seen) EXPECT_EQ(loader, seen.front());
-  EXPECT_EQ(m_log->linesWith("Plugin loader: Creating instance...").size(), 2u);  // SetUp's and this one
+  for (Loader* one : seen) EXPECT_EQ(one, seen.front());
+  EXPECT_EQ(log.linesWith("Creating instance...").size(), 2u);  // the fixture's and this one
 }
 
-// ---- fresh processes with PlugIns folders of their own -----------------------------------------
-
-// Copies the probe program into a scratch folder, with the named pool packs in its PlugIns
-// (or no PlugIns at all), and runs it with the given actions.
+// Fresh processes: the probe program in a scratch folder, beside a PlugIns folder of its own.
 class LoaderProcessTest : public ::testing::Test {
  protected:
-  void install(const std::vector<std::string>& packs, bool withFolder = true) {
-    namespace fs = std::filesystem;
-    fs::create_directory(m_scratch.path() / "bin");
-    fs::copy_file(zqtest::pluginPool() / "zq_plugin_probe", probe());
-    if (!withFolder) return;
-    fs::create_directory(plugIns());
-    for (const std::string& pack : packs) fs::copy_file(zqtest::pluginPool() / pack, plugIns() / pack);
-  }
-  zq::test::ChildResult run(std::vector<std::string> actions) {
-    actions.insert(actions.begin(), probe().string());
-    return zq::test::runChild(actions);
-  }
-  std::filesystem::path probe() const { return m_scratch.path() / "bin" / "zq_plugin_probe"; }
-  std::filesystem::path plugIns() const { return m_scratch.path() / "bin" / "PlugIns"; }
-
-  // The output's lines, log lines cut down to "[function] body".
-  static std::vector<std::string> bodies(const std::string& output) {
-    std::vector<std::string> result;
-    std::istringstream in(output);
-    for (std::string line; std::getline(in, line);) {
-      const std::size_t bracket = line.find(" [");
-      result.push_back(bracket == 32 ? line.substr(33) : line);
-    }
-    return result;
+  LoaderProcessTest() { fs::copy_file(zqtest::pluginPool() / "zq_plugin_probe", probe); }
+  Lines run() {
+    const zq::test::ChildResult result = zq::test::runChild({probe.string()});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    Lines lines;
+    std::istringstream in(result.output);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
   }
 
-  zqtest::ScratchFolder m_scratch;
+  zqtest::ScratchFolder scratch;
+  const fs::path probe = scratch.path / "zq_plugin_probe";
+  const fs::path plugIns = scratch.path / "PlugIns";
 };
 
-TEST_F(LoaderProcessTest, MissingFolderGivesAWorkingEmptyLoader) {
-  install({}, false);
-  const zq::test::ChildResult result = run({"list", "", ""});
-  ASSERT_TRUE(result.exited) << result.output;
-  EXPECT_EQ(result.exitCode, 0) << result.output;
-  const std::string b = "[zq::plugin::Loader::bindComponentPacks] ";
-  EXPECT_TRUE(zqtest::bodiesMatch(
-      bodies(result.output),
-      {"[zq::plugin::Loader::Loader] Plugin loader: Creating instance...",
-       b + "Plugin loader: Plugin search paths: ", b + "-\"" + plugIns().string() + "\"",
-       b + "No such file or directory", b + "Plugin loader: No plugins found at all!",
-       "[zq::plugin::Loader::Loader] Plugin loader: No component packs loaded.",
-       "[zq::plugin::Loader::Loader] Plugin loader: Instance created.",
-       "[zq::plugin::Loader::listComponents] Plugin loader: No components found for interface \"\" capability \"\".",
-       "list:"}))
-      << result.output;
-}
-
-TEST_F(LoaderProcessTest, EmptyFolderIsReportedByName) {
-  install({});
-  const zq::test::ChildResult result = run({});
-  EXPECT_EQ(result.exitCode, 0) << result.output;
-  const std::vector<std::string> lines = bodies(result.output);
-  const std::string b = "[zq::plugin::Loader::bindComponentPacks] Plugin loader: ";
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), b + "No plugins found at \"" + plugIns().string() + "\"!"), 1)
-      << result.output;
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), b + "No plugins found at all!"), 1) << result.output;
+TEST_F(LoaderProcessTest, MissingOrEmptyFolderGivesAWorkingEmptyLoader) {
+  const Lines none = {kNoneFound + "zqtest::TestComponent\" capability \"\".", "components:"};
+  const std::string nothing = kBind + "Plugin loader: No plugins found at all!";
+  EXPECT_EQ(run(), bindingLog(plugIns, {kBind + "No such file or directory", nothing}, none));
+  fs::create_directory(plugIns);
+  EXPECT_EQ(
+      run(),
+      bindingLog(plugIns, {kBind + "Plugin loader: No plugins found at \"" + plugIns.string() + "\"!", nothing}, none));
 }
 
 TEST_F(LoaderProcessTest, FirstPackKeepsASharedComponentName) {
-  install({"DupA.so", "DupB.so"});
-  std::filesystem::create_directory(plugIns() / "Folder.so");  // listed, but no library
-  const zq::test::ChildResult result =
-      run({"list", "test::INamed", "", "get", "test::INamed", "DupB", "language", "fr"});
-  ASSERT_EQ(result.exitCode, 0) << result.output;
-  const std::vector<std::string> lines = bodies(result.output);
-  auto has = [&lines](const std::string& line) { return std::count(lines.begin(), lines.end(), line) == 1; };
-  // Both answer by interface, in binding order.
-  EXPECT_TRUE(has("list: DupA/dup.Same DupB/dup.Same")) << result.output;
-  EXPECT_TRUE(has("get: DupB/dup.Same")) << result.output;
-  // Only the first holds the name, so only it is told the language.
-  EXPECT_TRUE(has("language: DupA/dup.Same=fr DupB/dup.Same=")) << result.output;
-  const std::string folder = (plugIns() / "Folder.so").string();
-  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                          [&folder](const std::string& line) {
-                            return line.rfind(
-                                       "[zq::plugin::Loader::bindComponentPacks] Plugin loader (exception): "
-                                       "Error loading shared library \"" +
-                                           folder + "\" : ",
-                                       0) == 0;
-                          }),
-            1)
-      << result.output;
+  fs::create_directories(plugIns / "Folder.so");  // listed, but no library
+  for (const char* pack : {"DupA.so", "DupB.so"}) fs::copy_file(zqtest::pluginPool() / pack, plugIns / pack);
+  const Lines expected = bindingLog(plugIns,
+                                    {loading(plugIns / "DupA.so"), creating("dup.Same"), loading(plugIns / "DupB.so"),
+                                     creating("dup.Same"), loading(plugIns / "Folder.so"),
+                                     kBind + "Plugin loader (exception): Error loading shared library \"" +
+                                         (plugIns / "Folder.so").string() + "\" : ..."},
+                                    // Both answer by interface, in binding order; only the first holds the name, so
+                                    // only it is told the language.
+                                    {"components: DupA/dup.Same=fr DupB/dup.Same="});
+  EXPECT_EQ(zqtest::matched(run(), expected), expected);
 }
 
 }  // namespace

@@ -7,71 +7,54 @@
 
 #include <zq/foundation/Text.h>
 
-#include <gtest/gtest.h>
-
-#include <boost/shared_ptr.hpp>
-
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace zqtest {
 
-inline std::filesystem::path testProgramFolder() {
-  return std::filesystem::path(zq::test::selfExecutable()).parent_path();
-}
 // The packs of a normal binding, beside the test program.
-inline std::filesystem::path pluginFolder() { return testProgramFolder() / "PlugIns"; }
-// Packs and the probe program for tests that want a folder of their own.
-inline std::filesystem::path pluginPool() { return testProgramFolder() / "PlugInPool"; }
+inline std::filesystem::path pluginFolder() {
+  return std::filesystem::path(zq::test::selfExecutable()).parent_path() / "PlugIns";
+}
+// The probe program and the packs for tests that want a PlugIns folder of their own.
+inline std::filesystem::path pluginPool() {
+  return std::filesystem::path(zq::test::selfExecutable()).parent_path() / "PlugInPool";
+}
 
 inline std::wstring wide(const std::filesystem::path& path) { return zq::wconvert(path.string()); }
 
-// A fresh folder below the system's temporary folder, removed with everything in it.
-class ScratchFolder {
- public:
+// The origin of a test component, "null" for an empty pointer.
+inline std::string originOf(const boost::shared_ptr<zq::IComponent>& component) {
+  return component ? testComponent(component)->origin : "null";
+}
+
+// A fresh temporary folder, removed with everything in it.
+struct ScratchFolder {
   ScratchFolder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "zq-plugin-XXXXXX").string();
-    if (::mkdtemp(&pattern[0])) m_path = pattern;
+    path = ::mkdtemp(&pattern[0]) ? pattern : throw std::runtime_error("mkdtemp failed");
   }
   ~ScratchFolder() {
     std::error_code ignored;
-    if (!m_path.empty()) std::filesystem::remove_all(m_path, ignored);
+    std::filesystem::remove_all(path, ignored);
   }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  const std::filesystem::path& path() const { return m_path; }
-
- private:
-  std::filesystem::path m_path;
+  std::filesystem::path path;
 };
 
-// The origin a test component reports, "null" for an empty pointer, "?" for a component
-// that is no test component.
-inline std::string originOf(const boost::shared_ptr<zq::IComponent>& component) {
-  if (!component) return "null";
-  zq::IInterface& root = *component;
-  auto* probe = static_cast<IProbe*>(root.getInterface(IProbe::ID()));
-  return probe ? probe->origin() : "?";
-}
-
-// Expected log bodies ("[function] text"); one ending in "..." matches any line that starts
-// with what comes before it.
-inline ::testing::AssertionResult bodiesMatch(const std::vector<std::string>& actual,
-                                              const std::vector<std::string>& expected) {
-  const std::string ellipsis = "...";
-  for (std::size_t i = 0; i < std::max(actual.size(), expected.size()); ++i) {
-    const std::string have = i < actual.size() ? actual[i] : "(no line)";
-    const std::string want = i < expected.size() ? expected[i] : "(no line)";
-    bool same = have == want;
-    if (!same && want.size() >= ellipsis.size() && want.compare(want.size() - 3, 3, ellipsis) == 0)
-      same = i < actual.size() && have.compare(0, want.size() - 3, want, 0, want.size() - 3) == 0;
-    if (!same)
-      return ::testing::AssertionFailure() << "line " << i << "\n  expected: " << want << "\n  actual:   " << have;
+// `actual` with each line that starts as an expected line ending in "..." replaced by that
+// line, for comparing with `expected` as a whole.
+inline std::vector<std::string> matched(std::vector<std::string> actual, const std::vector<std::string>& expected) {
+  for (std::size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
+    const std::string& want = expected[i];
+    const std::size_t stem = want.size() - 3;
+    if (want.size() >= 3 && want.compare(stem, 3, "...") == 0 && actual[i].compare(0, stem, want, 0, stem) == 0)
+      actual[i] = want;
   }
-  return ::testing::AssertionSuccess();
+  return actual;
 }
 
 }  // namespace zqtest
