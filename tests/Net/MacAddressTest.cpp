@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <sstream>
 
 namespace {
@@ -13,15 +14,11 @@ using zq::MacAddress;
 const MacAddress kSample(0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e);
 
 TEST(MacAddressTest, TextFormsAndCase) {
-  EXPECT_EQ(kSample, MacAddress(std::string("00-1a-2b-3c-4d-5e")));
-  EXPECT_EQ(kSample, MacAddress(std::string("00-1A-2B-3C-4D-5E")));
+  EXPECT_EQ(kSample, MacAddress(std::string("00-1A-2b-3C-4d-5E")));
   EXPECT_EQ(kSample, MacAddress(std::wstring(L"00-1A-2B-3C-4D-5E")));
-  EXPECT_EQ("00-1a-2b-3c-4d-5e", kSample.toString());
-  EXPECT_EQ(L"00-1a-2b-3c-4d-5e", kSample.toWString());
-  EXPECT_EQ(L"00-1a-2b-3c-4d-5e", kSample.toTString());
   EXPECT_EQ("00-01-02-03-04-05", MacAddress(std::string("0-1-2-3-4-5")).toString());
   EXPECT_EQ("ff-ff-ff-ff-ff-ff", MacAddress(std::string("ff-ff-ff-ff-ff-ff-and-more")).toString());
-
+  EXPECT_EQ(L"00-1a-2b-3c-4d-5e", kSample.toTString());
   std::ostringstream os;
   kSample.writeTo(os) << '!';
   EXPECT_EQ("00-1a-2b-3c-4d-5e!", os.str());
@@ -31,19 +28,20 @@ TEST(MacAddressTest, TextFormsAndCase) {
 }
 
 TEST(MacAddressTest, StrictAndLooseScansDiffer) {
+  // Colons are no separators for either; three digits pass the loose test but stop the
+  // two-digit scan; a short text fails both. A failed scan leaves the object as it was.
+  const struct {
+    const char* text;
+    bool loose;
+  } unread[] = {{"00:11:22:33:44:55", false}, {"123-1-2-3-4-5", true}, {"00-1a-2b-3c-4d", false}};
+  for (const auto& c : unread) {
+    EXPECT_EQ(c.loose, MacAddress::isMacAddress(std::string(c.text))) << c.text;
+    MacAddress m = kSample;
+    m.fromString(c.text);
+    m.fromString(std::wstring(c.text, c.text + std::strlen(c.text)));
+    EXPECT_EQ(kSample, m) << c.text;
+  }
   EXPECT_TRUE(MacAddress::isMacAddress("00-1a-2b-3c-4d-5e"));
-  // Colons are no separators for either.
-  EXPECT_FALSE(MacAddress::isMacAddress("00:1a:2b:3c:4d:5e"));
-  MacAddress m = kSample;
-  m.fromString("00:11:22:33:44:55");
-  EXPECT_EQ(kSample, m);
-  // Three digits pass the loose test but stop the two-digit scan: the object stays.
-  EXPECT_TRUE(MacAddress::isMacAddress(std::string("123-1-2-3-4-5")));
-  m.fromString("123-1-2-3-4-5");
-  EXPECT_EQ(kSample, m);
-  m.fromString(std::wstring(L"00-1a-2b-3c-4d"));
-  EXPECT_EQ(kSample, m);
-  EXPECT_FALSE(MacAddress::isMacAddress("00-1a-2b-3c-4d"));
   EXPECT_FALSE(MacAddress::isMacAddress(static_cast<const char*>(nullptr)));
   EXPECT_TRUE(MacAddress(std::string("junk")).isZero());
 }
@@ -54,20 +52,12 @@ TEST(MacAddressTest, OrderHashAndWords) {
   EXPECT_EQ(-1, MacAddress(1, 2, 3, 4, 5, 6).compare(MacAddress(1, 2, 3, 4, 5, 200)));
   EXPECT_EQ(1, MacAddress(1, 2, 3, 4, 5, 200).compare(MacAddress(1, 2, 3, 4, 5, 6)));
   EXPECT_EQ(0, kSample.compare(kSample));
-  EXPECT_LE(kSample, kSample);
-  EXPECT_GE(kSample, kSample);
-  EXPECT_NE(kSample, MacAddress::NULL_MAC_ADDRESS);
-
   EXPECT_EQ(0x00u ^ 0x4du, kSample.hash());
-  EXPECT_EQ(0x00u, kSample.lowWord());
   EXPECT_EQ(0x4du, kSample.highWord());
   EXPECT_EQ(MacAddress(1, 2, 3, 4, 5, 6).hash(), MacAddress(1, 9, 9, 9, 5, 9).hash());
-
   const unsigned char raw[6] = {MacAddress::k_zq0, MacAddress::k_zq1, MacAddress::k_zq2, 1, 2, 3};
   EXPECT_EQ("02-5a-71-01-02-03", MacAddress(raw).toString());
-  EXPECT_EQ(6u, MacAddress::k_size);
   EXPECT_TRUE(MacAddress::NULL_MAC_ADDRESS.isZero());
-  EXPECT_EQ(0x5a, MacAddress(raw)[1]);
 }
 
 TEST(MacAddressTest, FuzzedTextNeverFaults) {
@@ -78,9 +68,7 @@ TEST(MacAddressTest, FuzzedTextNeverFaults) {
     const MacAddress before = m;
     m.fromString(text);
     // Whatever the strict scan takes, the loose one takes too.
-    if (m != before) {
-      EXPECT_TRUE(MacAddress::isMacAddress(text)) << text;
-    }
+    EXPECT_TRUE(m == before || MacAddress::isMacAddress(text)) << text;
     m.fromString(std::wstring(text.begin(), text.end()));
   }
 }
