@@ -15,7 +15,7 @@
 #pragma once
 
 #include <zq/Export.h>
-#include <zq/signals/internal/ArgumentMemory.h>
+#include <zq/signals/internal/SignalMemory.h>
 
 #include <cstddef>
 #include <memory>
@@ -296,8 +296,7 @@ class ArgumentBlock : public ArgumentVector {
 template <class... T, class... V>
 std::shared_ptr<ArgumentVector> makeArgumentsAs(V&&... values) {
   static_assert(sizeof...(T) <= ArgumentVector::max, "a signal carries at most eight arguments");
-  return std::allocate_shared<ArgumentBlock<T...>>(ArgumentAllocator<ArgumentBlock<T...>>(),
-                                                   std::forward<V>(values)...);
+  return std::allocate_shared<ArgumentBlock<T...>>(SignalAllocator<ArgumentBlock<T...>>(), std::forward<V>(values)...);
 }
 }  // namespace internal
 

@@ -3,7 +3,7 @@
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
 #include <zq/signals/internal/FrameStack.h>
-#include <zq/signals/internal/HandlerMemory.h>
+#include <zq/signals/internal/SignalMemory.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -56,7 +56,7 @@ void deliverFrame(CallStackFrame& frame, ConnectionImplCpp* slot) {
     swapFrames(pushed, frame);
     ConnectionImplCpp& target =
         pushed.connection.get() == slot ? *slot : dynamic_cast<ConnectionImplCpp&>(*pushed.connection);
-    target.call_slot(pushed.args);
+    target.call_slot_now(pushed.args);
     swapFrames(pushed, frame);
     thread.pop(stack);
   }
@@ -66,7 +66,7 @@ void deliverFrame(CallStackFrame& frame, ConnectionImplCpp* slot) {
 // The handler of a queued or delayed delivery: a full copy of the frame and, for a delay,
 // the timer, which goes with the handler whether it ran or its service was destroyed first.
 struct Delivery {
-  typedef internal::HandlerAllocator<void> allocator_type;
+  typedef internal::SignalAllocator<void> allocator_type;
   allocator_type get_allocator() const noexcept { return allocator_type(); }
 
   void operator()() { deliverFrame(frame, slot); }
@@ -90,7 +90,7 @@ CallStackFrame::CallStackFrame(CallStackFrame&& other)
       args(std::move(other.args)),
       delay(other.delay),
       connection(std::move(other.connection)) {
-  publisher.swap(other.publisher);
+  publisher.swapLocal(other.publisher);  // nobody else may touch what is being moved from
 }
 
 // ---- ConnectionImpl ---------------------------------------------------------------------
