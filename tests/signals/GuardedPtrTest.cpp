@@ -57,6 +57,37 @@ TEST(GuardedPtrTest, CopiesAssignmentsAndResetsShareOneRecord) {
   a.markDestroyed();  // without it the record would outlive every pointer (the sanitizer sees a leak)
 }
 
+TEST(GuardedPtrTest, LocalFormsCountLikeAssignmentResetAndSwap) {
+  int first = 0, second = 0;
+  GuardedPtr<int> a(&first), b(&second);
+  SharedCount* recordA = a.getCounter();
+  SharedCount* recordB = b.getCounter();
+
+  GuardedPtr<int> local;
+  local.assignLocal(a);
+  EXPECT_EQ(2u, recordA->pointerCount());
+  EXPECT_TRUE(local == a);
+  EXPECT_EQ(&first, local.get());
+  local.assignLocal(b);  // holding a record already: the old one is let go
+  EXPECT_EQ(1u, recordA->pointerCount());
+  EXPECT_EQ(2u, recordB->pointerCount());
+  EXPECT_EQ(&second, local.get());
+
+  local.swapLocal(a);
+  EXPECT_EQ(&first, local.get());
+  EXPECT_EQ(&second, a.get());
+  EXPECT_EQ(1u, recordA->pointerCount()) << "a swap moves references without counting";
+  EXPECT_EQ(2u, recordB->pointerCount());
+
+  a.resetLocal();
+  EXPECT_EQ(nullptr, a.get());
+  EXPECT_EQ(1u, recordB->pointerCount());
+  // The last pointer of a dead object frees the record (the sanitizer sees a leak otherwise).
+  b.markDestroyed();
+  b.resetLocal();
+  local.markDestroyed();
+}
+
 TEST(GuardedPtrTest, GuardsAnswerOnceWhetherTheObjectLived) {
   SharedCountPtr null;
   {

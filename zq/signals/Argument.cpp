@@ -52,10 +52,6 @@ std::ostream& printString(std::ostream& os, const std::string& text) {
 
 // ---- Argument ---------------------------------------------------------------------------
 
-Argument::Argument(const TypePair& type, void* data, std::size_t count) : m_type(type), m_data(data), m_count(count) {}
-
-Argument::~Argument() {}
-
 bool Argument::isa(const TypePair& type) const { return SignalPublisher::matchesType(type, m_type); }
 
 // ---- StringArgument ---------------------------------------------------------------------
@@ -129,14 +125,6 @@ std::ostream& StringArrayArgument::print(std::ostream& os) const {
 }
 
 // ---- ArgumentVector ---------------------------------------------------------------------
-
-ArgumentVector::ArgumentVector(Argument* a0, Argument* a1, Argument* a2, Argument* a3, Argument* a4, Argument* a5,
-                               Argument* a6, Argument* a7)
-    : m_args{a0, a1, a2, a3, a4, a5, a6, a7} {}
-
-ArgumentVector::~ArgumentVector() {
-  for (Argument* a : m_args) delete a;
-}
 
 ArgumentVector& ArgumentVector::operator=(const ArgumentVector& other) {
   if (&other != this) std::memcpy(m_args, other.m_args, sizeof m_args);

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <zq/Export.h>
+#include <zq/signals/internal/SignalMemory.h>
 
 #include <cstddef>
 #include <memory>
@@ -47,7 +48,7 @@ struct basic_stringref {
 
 // A value of some type, type-erased. Does not own m_data; subclasses keep the value.
 struct ZQ_API Argument {
-  virtual ~Argument();
+  virtual ~Argument() {}
   // Whether this argument's type matches `type` (either name of one equals either of the other).
   virtual bool isa(const TypePair& type) const;
   virtual std::ostream& print(std::ostream& os) const = 0;
@@ -57,7 +58,7 @@ struct ZQ_API Argument {
   std::size_t m_count;  // the number of values at m_data
 
  protected:
-  Argument(const TypePair& type, void* data, std::size_t count);
+  Argument(const TypePair& type, void* data, std::size_t count) : m_type(type), m_data(data), m_count(count) {}
   Argument(const Argument&) = default;
   Argument& operator=(const Argument&) = default;
 };
@@ -125,8 +126,11 @@ struct ZQ_API ArgumentVector {
 
   explicit ArgumentVector(Argument* a0 = nullptr, Argument* a1 = nullptr, Argument* a2 = nullptr,
                           Argument* a3 = nullptr, Argument* a4 = nullptr, Argument* a5 = nullptr,
-                          Argument* a6 = nullptr, Argument* a7 = nullptr);
-  ~ArgumentVector();  // deletes every non-null slot
+                          Argument* a6 = nullptr, Argument* a7 = nullptr)
+      : m_args{a0, a1, a2, a3, a4, a5, a6, a7} {}
+  ~ArgumentVector() {  // deletes every non-null slot
+    for (Argument* a : m_args) delete a;
+  }
   // Copies the eight pointers only: afterwards two vectors own the same arguments, and the
   // caller must keep them apart. Share vectors through shared_ptr instead.
   ArgumentVector& operator=(const ArgumentVector& other);
@@ -242,17 +246,16 @@ const T* argument_cast(const Argument* a) {
 }
 
 namespace internal {
-// A vector and its arguments in one allocation, shared through the vector's address: an
-// emission then costs one allocation whatever the number of arguments. The block, not the
-// vector, ends the arguments.
+// A vector and its arguments in one allocation: an emission then costs one allocation
+// whatever the number of arguments. The block, not the vector, ends the arguments.
 template <class... T>
-class ArgumentBlock {
+class ArgumentBlock : public ArgumentVector {
  public:
   template <class... V>
   explicit ArgumentBlock(V&&... values) {
     std::size_t i = 0;
     try {
-      ((vector.m_args[i] = ::new (static_cast<void*>(&m_storage[i]))
+      ((m_args[i] = ::new (static_cast<void*>(&m_storage[i]))
             typename ArgumentTraits<T>::argument_type(ArgumentTraits<T>::init(std::forward<V>(values))),
         ++i),
        ...);
@@ -261,18 +264,28 @@ class ArgumentBlock {
       throw;
     }
   }
-  ~ArgumentBlock() { release(); }
+  ~ArgumentBlock() { destroy(std::index_sequence_for<T...>()); }
   ArgumentBlock(const ArgumentBlock&) = delete;
   ArgumentBlock& operator=(const ArgumentBlock&) = delete;
 
-  ArgumentVector vector;
-
  private:
+  // After a failed construction: the arguments made so far.
   void release() {
-    for (Argument*& a : vector.m_args) {
+    for (Argument*& a : m_args) {
       if (a != nullptr) a->~Argument();
       a = nullptr;
     }
+  }
+
+  // All of them, each by its own type, without a virtual call.
+  template <std::size_t... I>
+  void destroy(std::index_sequence<I...>) {
+    (end<typename ArgumentTraits<T>::argument_type>(m_args[I]), ...);
+  }
+  template <class A>
+  static void end(Argument*& a) {
+    static_cast<A*>(a)->A::~A();
+    a = nullptr;
   }
 
   typedef
@@ -283,8 +296,7 @@ class ArgumentBlock {
 template <class... T, class... V>
 std::shared_ptr<ArgumentVector> makeArgumentsAs(V&&... values) {
   static_assert(sizeof...(T) <= ArgumentVector::max, "a signal carries at most eight arguments");
-  std::shared_ptr<ArgumentBlock<T...>> block = std::make_shared<ArgumentBlock<T...>>(std::forward<V>(values)...);
-  return std::shared_ptr<ArgumentVector>(block, &block->vector);
+  return std::allocate_shared<ArgumentBlock<T...>>(SignalAllocator<ArgumentBlock<T...>>(), std::forward<V>(values)...);
 }
 }  // namespace internal
 

@@ -2,7 +2,8 @@
 
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
-#include <zq/signals/internal/HandlerMemory.h>
+#include <zq/signals/internal/FrameStack.h>
+#include <zq/signals/internal/SignalMemory.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -34,33 +35,30 @@ long wholeSeconds(float delay) {
   return static_cast<long>(delay);
 }
 
-// Exchanges two frames' contents; no reference count changes.
+// Exchanges two frames' contents, both reachable from this thread only; no reference count
+// changes.
 void swapFrames(CallStackFrame& a, CallStackFrame& b) {
-  a.publisher.swap(b.publisher);
+  a.publisher.swapLocal(b.publisher);
   a.signal.swap(b.signal);
   a.args.swap(b.args);
   std::swap(a.delay, b.delay);
   a.connection.swap(b.connection);
 }
 
-// An empty frame in a list node, kept by each delivering thread: a delivery swaps its frame
-// into it and splices it onto the call stack, so the loop's thread neither copies frames nor
-// allocates for them. A slot that throws keeps the node on the stack; the next delivery
-// makes another.
-thread_local std::list<CallStackFrame> t_spareFrame;
-
 // The common end of the queued and the delayed path, on the run loop's thread, with the
-// handler's own copy of the frame.
-void deliverFrame(CallStackFrame& frame) {
+// handler's own copy of the frame. `slot` is the connection that made the handler, which the
+// frame names; the frame is swapped onto the stack and back rather than copied.
+void deliverFrame(CallStackFrame& frame, ConnectionImplCpp* slot) {
   if (frame.connection && frame.connection->type() != Disconnected) {
-    std::list<CallStackFrame>& stack = SignalPublisher::callStack();
-    if (t_spareFrame.empty()) t_spareFrame.emplace_back();
-    stack.splice(stack.end(), t_spareFrame);
-    const auto pushed = std::prev(stack.end());
-    swapFrames(*pushed, frame);
-    dynamic_cast<ConnectionImplCpp&>(*pushed->connection).call_slot(pushed->args);
-    swapFrames(*pushed, frame);
-    t_spareFrame.splice(t_spareFrame.end(), stack, pushed);
+    internal::ThreadFrames& thread = internal::threadFrames();
+    std::list<CallStackFrame>& stack = thread.stack();
+    CallStackFrame& pushed = thread.push(stack);
+    swapFrames(pushed, frame);
+    ConnectionImplCpp& target =
+        pushed.connection.get() == slot ? *slot : dynamic_cast<ConnectionImplCpp&>(*pushed.connection);
+    target.call_slot_now(pushed.args);
+    swapFrames(pushed, frame);
+    thread.pop(stack);
   }
   frame.connection.reset();
 }
@@ -68,13 +66,14 @@ void deliverFrame(CallStackFrame& frame) {
 // The handler of a queued or delayed delivery: a full copy of the frame and, for a delay,
 // the timer, which goes with the handler whether it ran or its service was destroyed first.
 struct Delivery {
-  typedef internal::HandlerAllocator<void> allocator_type;
+  typedef internal::SignalAllocator<void> allocator_type;
   allocator_type get_allocator() const noexcept { return allocator_type(); }
 
-  void operator()() { deliverFrame(frame); }
-  void operator()(const boost::system::error_code&) { deliverFrame(frame); }
+  void operator()() { deliverFrame(frame, slot); }
+  void operator()(const boost::system::error_code&) { deliverFrame(frame, slot); }
 
   CallStackFrame frame;
+  ConnectionImplCpp* slot;  // the connection that posted it, held through frame.connection
   std::shared_ptr<boost::asio::deadline_timer> timer;
 };
 
@@ -91,7 +90,7 @@ CallStackFrame::CallStackFrame(CallStackFrame&& other)
       args(std::move(other.args)),
       delay(other.delay),
       connection(std::move(other.connection)) {
-  publisher.swap(other.publisher);
+  publisher.swapLocal(other.publisher);  // nobody else may touch what is being moved from
 }
 
 // ---- ConnectionImpl ---------------------------------------------------------------------
@@ -137,7 +136,7 @@ bool ConnectionImplCpp::emit_signal(const std::list<CallStackFrame>& stack) {
   if (!(0.0f >= frame.delay)) return emitDelayed(frame);
   switch (type()) {
     case Direct:
-      call_slot(frame.args);
+      call_slot_now(frame.args);
       return true;
     case Queued:
       return emitQueued(frame);
@@ -178,7 +177,7 @@ boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
 
 bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
   // One handler with a full copy of the frame: it keeps the connection and the arguments alive.
-  loopOrDefault().post(Delivery{frame, nullptr});
+  loopOrDefault().post(Delivery{frame, this, nullptr});
   return true;
 }
 
@@ -187,7 +186,7 @@ bool ConnectionImplCpp::emitDelayed(const CallStackFrame& frame) {
   timer->expires_at(boost::posix_time::microsec_clock::universal_time() +
                     boost::posix_time::seconds(wholeSeconds(frame.delay)));
   // Nothing cancels such a timer: the handler delivers whatever the wait's outcome.
-  timer->async_wait(Delivery{frame, timer});
+  timer->async_wait(Delivery{frame, this, timer});
   return true;
 }
 

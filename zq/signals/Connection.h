@@ -130,6 +130,10 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
 
   // Calls the function with the arguments of one emission.
   virtual void call_slot(std::shared_ptr<ArgumentVector> args) = 0;
+  // The same with the arguments held by the frame being served, which is how emission and
+  // delivery call. This form passes call_slot its copy; a subclass that keeps nothing of
+  // `args` past the call overrides it to spare the copy.
+  virtual void call_slot_now(const std::shared_ptr<ArgumentVector>& args) { call_slot(args); }
 
   boost::asio::io_service* runLoop() const { return m_runLoop.load(std::memory_order_relaxed); }
 

@@ -33,16 +33,10 @@ std::uint64_t added(std::uint64_t count, int delta) {
 }  // namespace
 
 bool SharedCount::changeCount(int delta, bool owner) {
-  if (!owner && delta != 0) {
-    // A pointer count that stays above zero cannot make both counts zero, so copies and
-    // drops of all but the last pointer need no lock. Reaching zero, or leaving it, is
-    // decided under m_mutex with the owner count.
-    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
-    while (delta > 0 ? count >= 1 : count > static_cast<std::uint64_t>(-static_cast<std::int64_t>(delta)))
-      if (m_pointerCount.compare_exchange_weak(count, added(count, delta), std::memory_order_acq_rel,
-                                               std::memory_order_relaxed))
-        return false;
-  }
+  // A pointer count that stays above zero cannot make both counts zero, so copies and drops
+  // of all but the last pointer need no lock. Reaching zero, or leaving it, is decided under
+  // m_mutex with the owner count.
+  if (!owner && ((delta == 1 && addPointerAboveZero()) || (delta == -1 && dropPointerAboveZero()))) return false;
   std::lock_guard<std::mutex> lock(m_mutex);
   if (owner) {
     m_ownerCount = added(m_ownerCount, delta);

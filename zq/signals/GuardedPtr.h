@@ -39,6 +39,23 @@ class ZQ_API SharedCount {
   // negative owner delta marks the object dead. True when both counts are now zero.
   bool changeCount(int delta, bool owner);
 
+  // changeCount(+1 / -1, false) for a pointer count that stays above zero, which decides
+  // nothing and needs no lock. False, with nothing changed, when the count is not such.
+  bool addPointerAboveZero() {
+    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
+    while (count >= 1)
+      if (m_pointerCount.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+        return true;
+    return false;
+  }
+  bool dropPointerAboveZero() {
+    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
+    while (count > 1)
+      if (m_pointerCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+        return true;
+    return false;
+  }
+
   bool isDestroyed() const { return m_destroyed.load(std::memory_order_relaxed); }
   std::uint64_t ownerCount() const;
   std::uint64_t pointerCount() const;
@@ -81,6 +98,8 @@ class ZQ_API SharedCountPtr {
   std::mutex& getMutex() const { return m_mutex; }
 
  protected:
+  // Refers to `counter` whose count the caller has already changed; the caller holds the mutex.
+  void setCounterNoLock(SharedCount* counter) { m_counter.store(counter, std::memory_order_relaxed); }
   // Exchanges the records of two pointers, no count changing; the caller holds both mutexes.
   void swapNoLock(SharedCountPtr& other) {
     other.m_counter.store(m_counter.exchange(other.getCounter(), std::memory_order_relaxed), std::memory_order_relaxed);
@@ -129,6 +148,32 @@ class GuardedPtr : public SharedCountPtr {
   void resetNoLock(SharedCount* counter) override {
     SharedCountPtr::resetNoLock(counter);
     m_object.store(nullptr, std::memory_order_relaxed);
+  }
+
+  // The forms below are for pointers that only the calling thread can reach, such as the
+  // frames of its call stack: they take no mutex, which is all that tells them from
+  // assignment, reset(nullptr) and swap. assignLocal also reads `other` without its lock, so
+  // the record must stay alive meanwhile: `other` is the caller's own, or a publisher's
+  // pointer to itself, whose records live as long as the publisher.
+  void assignLocal(const GuardedPtr& other) {
+    SharedCount* counter = other.getCounter();
+    if (getCounter() == nullptr && counter != nullptr && counter->addPointerAboveZero())
+      setCounterNoLock(counter);
+    else
+      SharedCountPtr::resetNoLock(counter);
+    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+  void resetLocal() {
+    SharedCount* counter = getCounter();
+    if (counter != nullptr && counter->dropPointerAboveZero())
+      setCounterNoLock(nullptr);
+    else
+      SharedCountPtr::resetNoLock(nullptr);
+    m_object.store(nullptr, std::memory_order_relaxed);
+  }
+  void swapLocal(GuardedPtr& other) {
+    swapNoLock(other);
+    other.m_object.store(m_object.exchange(other.get(), std::memory_order_relaxed), std::memory_order_relaxed);
   }
 
   // Exchanges what two pointers refer to, without touching the records' counts.

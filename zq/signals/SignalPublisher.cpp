@@ -1,6 +1,7 @@
 #include <zq/signals/SignalPublisher.h>
 
 #include <zq/foundation/Log.h>
+#include <zq/signals/internal/FrameStack.h>
 
 #include <boost/container/small_vector.hpp>
 
@@ -46,15 +47,27 @@ std::atomic<std::size_t> s_nextObjectDebugID(1);
 // An emission's snapshot of a connection list. Most lists are short: no allocation for them.
 typedef boost::container::small_vector<std::shared_ptr<ConnectionImpl>, 16> ConnectionSnapshot;
 
-// The thread's call stack: `current` is what swapStack exchanges; `owned` is the list the
-// thread made itself, deleted with the thread or when a fresh one replaces it.
-struct ThreadStack {
-  std::list<CallStackFrame>* current = nullptr;
-  std::unique_ptr<std::list<CallStackFrame>> owned;
-};
-thread_local ThreadStack t_stack;
+// Whether a reused frame already carries the name, as it does when one signal is emitted
+// again and again. Names are short: a plain loop beats a call to memcmp.
+bool sameText(const std::string& a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < b.size(); ++i)
+    if (a[i] != b[i]) return false;
+  return true;
+}
+
+thread_local internal::ThreadFrames t_framesRecord;
+// The record's address: a plain thread-local word is quicker to reach than the record, which
+// is made and registered for destruction on first use.
+thread_local internal::ThreadFrames* t_frames = nullptr;
 
 }  // namespace
+
+internal::ThreadFrames& internal::threadFrames() {
+  internal::ThreadFrames* frames = t_frames;
+  if (frames == nullptr) t_frames = frames = &t_framesRecord;
+  return *frames;
+}
 
 const std::string SignalPublisher::sm_Empty;
 
@@ -297,18 +310,32 @@ void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
 
 short SignalPublisher::emitSignal(const char* signal, std::shared_ptr<ArgumentVector> args, float delay, const char*,
                                   int) const {
-  const GuardedPtr<SignalPublisher>& self = getPtr();  // made here even if nothing is connected
-  // The frame is built on the stack itself: nothing is copied twice.
-  return emitWith(signal != nullptr ? signal : "",
-                  [&](std::list<CallStackFrame>& stack) { stack.emplace_back(self, signal, std::move(args), delay); });
+  return emitNamed(signal != nullptr ? signal : "", std::move(args), delay);
+}
+
+short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<ArgumentVector> args, float delay) const {
+  // The record is made here even if nothing is connected.
+  const GuardedPtr<SignalPublisher>& self = m_self.getCounter() != nullptr ? m_self : getPtr();
+  return emitWith(name, [&](CallStackFrame& frame) {
+    frame.publisher.assignLocal(self);
+    if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
+    frame.args = std::move(args);
+    frame.delay = delay;
+  });
 }
 
 short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
-  return emitWith(frame.signal.c_str(), [&](std::list<CallStackFrame>& stack) { stack.push_back(frame); });
+  return emitWith(frame.signal, [&](CallStackFrame& top) {
+    top.publisher.assignLocal(frame.publisher);
+    top.signal = frame.signal;
+    top.args = frame.args;
+    top.delay = frame.delay;
+    top.connection = frame.connection;
+  });
 }
 
-template <class PushFrame>
-short SignalPublisher::emitWith(const char* signal, PushFrame pushFrame) const {
+template <class FillFrame>
+short SignalPublisher::emitWith(std::string_view signal, FillFrame fill) const {
   ConnectionSnapshot connections;
   {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
@@ -318,9 +345,10 @@ short SignalPublisher::emitWith(const char* signal, PushFrame pushFrame) const {
   }
   // From here on only the snapshot and the thread's stack are touched: a slot may destroy
   // this publisher.
-  std::list<CallStackFrame>& stack = callStack();
-  pushFrame(stack);
-  CallStackFrame& top = stack.back();
+  internal::ThreadFrames& thread = internal::threadFrames();
+  std::list<CallStackFrame>& stack = thread.stack();
+  CallStackFrame& top = thread.push(stack);
+  fill(top);
   unsigned short count = 0;
   for (std::shared_ptr<ConnectionImpl>& connection : connections) {
     // Tested afresh each time: an earlier slot or another thread may have disconnected it.
@@ -332,24 +360,18 @@ short SignalPublisher::emitWith(const char* signal, PushFrame pushFrame) const {
     connection.swap(top.connection);
     if (took) ++count;
   }
-  stack.pop_back();
+  thread.pop(stack);
   return static_cast<short>(count);
 }
 
 // ---- the calling thread's emissions -----------------------------------------------------
 
-std::list<CallStackFrame>& SignalPublisher::callStack() {
-  ThreadStack& thread = t_stack;
-  if (thread.current == nullptr) {
-    thread.current = new std::list<CallStackFrame>();
-    if (thread.current != thread.owned.get()) thread.owned.reset(thread.current);
-  }
-  return *thread.current;
-}
+std::list<CallStackFrame>& SignalPublisher::callStack() { return internal::threadFrames().stack(); }
 
 std::list<CallStackFrame>* SignalPublisher::swapStack(std::list<CallStackFrame>* stack) {
-  std::list<CallStackFrame>* previous = t_stack.current;
-  t_stack.current = stack;
+  internal::ThreadFrames& thread = internal::threadFrames();
+  std::list<CallStackFrame>* previous = thread.current;
+  thread.current = stack;
   return previous;
 }
 

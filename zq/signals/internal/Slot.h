@@ -133,6 +133,9 @@ class SlotConnection : public ConnectionImplCpp {
   }
 
   void call_slot(std::shared_ptr<ArgumentVector> args) override { call(args.get(), std::index_sequence_for<P...>()); }
+  void call_slot_now(const std::shared_ptr<ArgumentVector>& args) override {
+    call(args.get(), std::index_sequence_for<P...>());
+  }
 
  private:
   template <std::size_t... I>

@@ -1,0 +1,154 @@
+// What an emission holds and lets go of: frames reused from one emission to the next must
+// leave nothing behind, and memory made on one thread and freed on another must come back
+// whole.
+#include <zq/signals/SignalPublisher.h>
+#include <zq/signals/internal/SignalMemory.h>
+
+#include "tests/support/Wait.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using zq::SignalPublisher;
+using zq::test::waitFor;
+
+class Source : public SignalPublisher {
+ public:
+  static constexpr zq::Signal<int> tick{"tick"};
+  static constexpr zq::Signal<int> tock{"tock"};
+  static constexpr zq::Signal<std::string> text{"text"};
+  Source() {
+    declareSignal(tick);
+    declareSignal(tock);
+    declareSignal(text);
+    declareSignal<std::string, std::string, std::string, std::string, std::string, std::string, std::string,
+                  std::string>("eight");
+  }
+  ~Source() override { resetPtr(); }
+};
+
+// A slot that counts calls and keeps nothing of its arguments.
+struct Counter : zq::ConnectionImplCpp {
+  explicit Counter(zq::ConnectionType type = zq::Direct) : ConnectionImplCpp(nullptr, "counter", type, nullptr) {}
+  void call_slot(std::shared_ptr<zq::ArgumentVector>) override { ++calls; }
+  std::atomic<int> calls{0};
+};
+
+TEST(EmissionResourcesTest, AnEmissionLetsGoOfItsFrameArgumentsAndConnections) {
+  Source source;
+  zq::SharedCount* record = source.getPtr().getCounter();
+  const auto pointersBefore = record->pointerCount();
+  auto counter = std::make_shared<Counter>();
+  std::weak_ptr<Counter> watch = counter;
+  source.connect("tick", counter, 1);
+  // The slot ends the emission's own connection and reenters: a nested frame is needed.
+  source.connect(Source::tick, [&](int n) {
+    if (n == 1) source.emit(Source::tick, 2);
+    source.disconnect("tick", nullptr, "counter");
+  });
+  counter.reset();
+
+  std::shared_ptr<zq::ArgumentVector> args = zq::makeArguments(1);
+  EXPECT_EQ(2, source.emitSignal("tick", args));
+  EXPECT_EQ(1, args.use_count()) << "the frame let go of the arguments";
+  EXPECT_EQ(pointersBefore, record->pointerCount()) << "the frames let go of the publisher's record";
+  EXPECT_TRUE(watch.expired()) << "the snapshot and the frames let go of the disconnected connection";
+  EXPECT_TRUE(SignalPublisher::callStack().empty());
+}
+
+TEST(EmissionResourcesTest, ReusedFramesCarryEachEmissionsOwnNameAndDelay) {
+  Source source;
+  std::vector<std::string> seen;
+  for (const auto* signal : {&Source::tick, &Source::tock})
+    source.connect(*signal, [&](int) { seen.push_back(SignalPublisher::currentSignal()); });
+  source.connect(Source::text, [&](const std::string&) { seen.push_back(SignalPublisher::currentSignal()); });
+  source.emit(Source::tick, 1);
+  source.emit(Source::tock, 1);  // same length, other text
+  source.emit(Source::text, "x");
+  source.emit("tick", 1);
+  EXPECT_EQ((std::vector<std::string>{"tick", "tock", "text", "tick"}), seen);
+}
+
+TEST(EmissionResourcesTest, QueuedArgumentsCrossThreadsIntactFromManyEmittersAndEndedThreads) {
+  Source source;
+  std::mutex mutex;
+  std::vector<std::string> received;
+  std::atomic<int> delivered(0);
+  source.connect(
+      Source::text,
+      [&](const std::string& text) {
+        std::lock_guard<std::mutex> lock(mutex);
+        received.push_back(text);
+        ++delivered;
+      },
+      zq::Queued);
+  std::atomic<int> eights(0);
+  source.connect(
+      "eight",
+      [&](const std::string& a, const std::string&, const std::string&, const std::string&, const std::string&,
+          const std::string&, const std::string&, const std::string& h) {
+        if (a == "a" && h == std::string(40, 'h')) ++eights;
+      },
+      zq::Queued);
+
+  constexpr int kThreads = 3, kEach = 2000;
+  std::vector<std::thread> emitters;
+  for (int t = 0; t < kThreads; ++t)
+    emitters.emplace_back([&source, t] {
+      // Longer than a short string's inline room: the text lives in the block's string.
+      for (int i = 0; i < kEach; ++i)
+        source.emit(Source::text, "emitter " + std::to_string(t) + std::string(30, '.') + std::to_string(i));
+      source.emit("eight", "a", "b", "c", "d", "e", "f", "g", std::string(40, 'h'));  // larger than a cached block
+    });
+  for (std::thread& emitter : emitters) emitter.join();  // their cached blocks go back to the store
+  ASSERT_TRUE(waitFor([&] { return delivered.load() == kThreads * kEach && eights.load() == kThreads; }));
+
+  std::lock_guard<std::mutex> lock(mutex);
+  std::vector<int> next(kThreads, 0);
+  for (const std::string& text : received) {
+    const int t = text[8] - '0';
+    ASSERT_EQ("emitter " + std::to_string(t) + std::string(30, '.') + std::to_string(next[t]), text)
+        << "each emitter's texts arrive whole and in order";
+    ++next[t];
+  }
+  source.disconnect("", nullptr, "");
+}
+
+TEST(EmissionResourcesTest, SignalMemoryMadeOnOneThreadIsFreedOnAnotherAndReused) {
+  constexpr std::size_t kBlocks = 500;
+  for (std::size_t size : {std::size_t(24), std::size_t(256), std::size_t(4096)}) {
+    std::vector<void*> blocks;
+    std::thread maker([&] {
+      for (std::size_t i = 0; i < kBlocks; ++i) {
+        void* block = zq::internal::allocateSignalMemory(size);
+        std::memset(block, static_cast<int>(i), size);  // the whole size is usable
+        blocks.push_back(block);
+      }
+    });
+    maker.join();
+    std::thread freer([&] {
+      for (std::size_t i = 0; i < kBlocks; ++i) {
+        EXPECT_EQ(static_cast<unsigned char>(i), static_cast<unsigned char*>(blocks[i])[size - 1]);
+        zq::internal::freeSignalMemory(blocks[i], size);
+      }
+    });
+    freer.join();
+    std::vector<void*> again;
+    for (std::size_t i = 0; i < kBlocks; ++i) again.push_back(zq::internal::allocateSignalMemory(size));
+    std::sort(again.begin(), again.end());
+    EXPECT_EQ(again.end(), std::adjacent_find(again.begin(), again.end())) << "no block is handed out twice";
+    for (void* block : again) zq::internal::freeSignalMemory(block, size);
+  }
+}
+
+}  // namespace
