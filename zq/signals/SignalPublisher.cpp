@@ -153,7 +153,7 @@ void SignalPublisher::connect(const std::string& signal, std::shared_ptr<Connect
 
 bool SignalPublisher::addConnection(const std::string& signal, std::shared_ptr<ConnectionImpl> connection,
                                     int position) {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   const auto declaration = m_declarations.find(signal);
   if (declaration == m_declarations.end()) {
     ZQ_LOG(Log::Warning, "zq::SignalPublisher::connect", "connecting an undeclared signal (" << signal << ").");
@@ -187,7 +187,7 @@ void SignalPublisher::disconnectMatching_noLock(ConnectionList& list, const void
 }
 
 void SignalPublisher::disconnect(const std::string& signal, const void* receiver, const std::string& slot) {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   if (receiver == nullptr && slot.empty()) {
     disconnectSignal_noLock(signal);
   } else if (!signal.empty()) {
@@ -237,7 +237,7 @@ SignalPublisher::ConnectionMap::const_iterator SignalPublisher::const_iteratorFo
 // ---- queries ----------------------------------------------------------------------------
 
 bool SignalPublisher::isConnected(const std::string& signal, const void* receiver, const std::string& slot) const {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
     if (receiver == nullptr && slot.empty()) return !entry->second.empty();
     // A query about the publisher itself finds nothing, unlike countConnected.
@@ -255,7 +255,7 @@ bool SignalPublisher::isConnectedTo(const void* receiver, const std::string& slo
 
 std::size_t SignalPublisher::countConnected(const std::string& signal, const void* receiver,
                                             const std::string& slot) const {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   std::size_t count = 0;
   for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
     if (receiver == nullptr && slot.empty()) {
@@ -298,8 +298,8 @@ void SignalPublisher::forward(const SignalDeclaration* declarations, GuardedPtr<
 }
 
 void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
-  std::unique_lock<std::recursive_mutex> own(m_mutex);
-  std::unique_lock<std::recursive_mutex> theirs(other.m_mutex);
+  std::unique_lock<internal::ReentrantSection> own(m_mutex);
+  std::unique_lock<internal::ReentrantSection> theirs(other.m_mutex);
   // insert keeps an entry the target already has.
   for (auto& entry : m_connections) other.m_connections.insert(entry);
   m_connections.clear();
@@ -338,7 +338,7 @@ template <class FillFrame>
 short SignalPublisher::emitWith(std::string_view signal, FillFrame fill) const {
   ConnectionSnapshot connections;
   {
-    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    std::lock_guard<internal::ReentrantSection> lock(m_mutex);
     const auto entry = m_connections.find(signal);
     if (entry == m_connections.end()) return 0;
     connections.assign(entry->second.begin(), entry->second.end());
@@ -408,7 +408,7 @@ void SignalPublisher::cleanUp() {
     // A direct slot runs here, on the caller's thread, with no lock held.
     emitSignal(kDestroyed, std::make_shared<ArgumentVector>(new GenericArgument<SignalPublisher*>(this)), 0.0f);
   }
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   disconnectAll_noLock();
   stopAll_no_lock();
 }
@@ -465,7 +465,7 @@ void SignalPublisher::start(const char* signal, std::shared_ptr<ArgumentVector> 
   --repeater->remaining;
   std::unique_ptr<boost::asio::deadline_timer> timer(new boost::asio::deadline_timer(*runLoop));
   timer->expires_at(repeater->nextTime);
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   repeater->timer = timer.release();
   m_repeaters.push_back(repeater.get());
   Repeater* const listed = repeater.release();
@@ -506,14 +506,14 @@ void SignalPublisher::repeaterExpired(Repeater& copy) {
 }
 
 void SignalPublisher::stop(const Repeater* repeater) {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   auto position = m_repeaters.begin();
   while (position != m_repeaters.end() && *position != repeater) ++position;
   stop_no_lock(position);
 }
 
 void SignalPublisher::stop(RepeaterList::iterator position) {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   stop_no_lock(position);
 }
 
@@ -536,13 +536,13 @@ void SignalPublisher::stopAll_no_lock() {
 }
 
 void SignalPublisher::stopRepeatSignal(const std::string& signal) {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   for (auto position = m_repeaters.begin(); position != m_repeaters.end();)
     position = (*position)->signal == signal ? stop_no_lock(position) : std::next(position);
 }
 
 std::size_t SignalPublisher::countRepeaters(const std::string& signal) const {
-  std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   std::size_t count = 0;
   for (const Repeater* repeater : m_repeaters)
     if (signal.empty() || repeater->signal == signal) ++count;

@@ -43,6 +43,7 @@
 #include <zq/signals/Connection.h>
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/Slot.h>
+#include <zq/threads/internal/ReentrantSection.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/asio/io_service.hpp>
@@ -420,8 +421,9 @@ class ZQ_API SignalPublisher {
   }
 
   mutable std::atomic<std::size_t> m_objectDebugID;
-  mutable std::recursive_mutex m_mutex;  // covers m_connections, not m_declarations
-  ConnectionMap m_connections;           // no entry holds an empty list
+  // Covers m_connections, not m_declarations. Re-entrant; never held while a slot runs.
+  mutable internal::ReentrantSection m_mutex;
+  ConnectionMap m_connections;  // no entry holds an empty list
   std::unordered_map<std::string, SignalDeclaration> m_declarations;
   RepeaterList m_repeaters;  // under m_mutex; owns its records and their timers
   mutable GuardedPtr<SignalPublisher> m_self;
