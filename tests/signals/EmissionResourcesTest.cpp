@@ -101,6 +101,9 @@ TEST(EmissionResourcesTest, QueuedArgumentsCrossThreadsIntactFromManyEmittersAnd
       },
       zq::Queued);
 
+  // The publisher's record is made before the emitters race: first callers of getPtr on
+  // several threads may each make one, and the losers' records are never freed.
+  source.getPtr();
   constexpr int kThreads = 3, kEach = 2000;
   std::vector<std::thread> emitters;
   for (int t = 0; t < kThreads; ++t)
