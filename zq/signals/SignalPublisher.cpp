@@ -341,7 +341,8 @@ short SignalPublisher::emitWith(std::string_view signal, FillFrame fill) const {
     std::lock_guard<internal::ReentrantSection> lock(m_mutex);
     const auto entry = m_connections.find(signal);
     if (entry == m_connections.end()) return 0;
-    connections.assign(entry->second.begin(), entry->second.end());
+    // One by one: the vector's range assignment is an out-of-line call dearer than a short copy.
+    for (const std::shared_ptr<ConnectionImpl>& connection : entry->second) connections.push_back(connection);
   }
   // From here on only the snapshot and the thread's stack are touched: a slot may destroy
   // this publisher.
