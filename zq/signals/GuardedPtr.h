@@ -48,6 +48,8 @@ class ZQ_API SharedCount {
         return true;
     return false;
   }
+  // The same for a caller whose own pointer holds a count on this record: nothing to test.
+  void addPointerHeld() { m_pointerCount.fetch_add(1, std::memory_order_relaxed); }
   bool dropPointerAboveZero() {
     std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
     while (count > 1)
@@ -157,10 +159,12 @@ class GuardedPtr : public SharedCountPtr {
   // pointer to itself, whose records live as long as the publisher.
   void assignLocal(const GuardedPtr& other) {
     SharedCount* counter = other.getCounter();
-    if (getCounter() == nullptr && counter != nullptr && counter->addPointerAboveZero())
+    if (getCounter() == nullptr && counter != nullptr) {
+      counter->addPointerHeld();  // `other` holds a count
       setCounterNoLock(counter);
-    else
+    } else {
       SharedCountPtr::resetNoLock(counter);
+    }
     m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
   }
   void resetLocal() {
