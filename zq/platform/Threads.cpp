@@ -73,8 +73,8 @@ void* threadMain(void* argument) noexcept {
   return nullptr;
 }
 
-// pthread refuses sizes below its minimum; the reference platform rounds small sizes up,
-// and so do we, to whole pages.
+// pthread refuses sizes below its minimum; a small request is a wish for a small stack, so it
+// is rounded up to that minimum, in whole pages, rather than refused.
 std::size_t acceptableStackSize(std::size_t requested) {
   const std::size_t minimum = static_cast<std::size_t>(PTHREAD_STACK_MIN);
   const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
