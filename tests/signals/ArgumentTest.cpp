@@ -7,8 +7,6 @@
 
 namespace {
 
-using zq::ArgumentVector;
-using zq::GenericArgument;
 using zq::StringArgument;
 using zq::StringArrayArgument;
 
@@ -20,78 +18,55 @@ struct Counted : zq::Argument {
   int* m_deletions;
 };
 
-template <class T>
-std::string printed(const T& value, std::streamsize precision = 6) {
+std::string printed(const zq::Argument& value, std::streamsize precision = 6) {
   std::ostringstream os;
   os.precision(precision);
-  os << value;
+  value.print(os);
   return os.str();
 }
 
 TEST(ArgumentTest, VectorSlotsOwnershipAndPrinting) {
   int deletions = 0;
   {
-    ArgumentVector v(new Counted(&deletions), nullptr, new Counted(&deletions));
+    zq::ArgumentVector v(new Counted(&deletions), nullptr, new Counted(&deletions));
     EXPECT_EQ(nullptr, v[8]);
-    EXPECT_EQ(nullptr, v[7]);
-    EXPECT_EQ("Counted c", printed(v)) << "printing stops at the first gap";
+    std::ostringstream os;
+    os << v;
+    EXPECT_EQ("Counted c", os.str()) << "printing stops at the first gap";
   }
   EXPECT_EQ(2, deletions) << "deletion does not stop at the gap";
 
   auto args = zq::makeArguments(7, "seven", std::vector<std::string>{"a", "b"});
-  std::ostringstream expected;
+  std::ostringstream expected, os;
   expected << "ArgT int@";
   print_address(expected, (*args)[0]->m_data) << ",std::string 'seven',std::string[] ['a','b']";
-  EXPECT_EQ(expected.str(), printed(*args));
+  os << *args;
+  EXPECT_EQ(expected.str(), os.str());
 }
 
 TEST(ArgumentTest, StringsShortenOnlyAbovePrecision32) {
-  const StringArgument exact(std::string(33, 'x'));
-  EXPECT_EQ("'" + std::string(33, 'x') + "'", printed(static_cast<const zq::Argument&>(exact), 33).substr(12));
-  const StringArgument longer(std::string(34, 'x'));
-  std::ostringstream os;
-  os.precision(33);
-  longer.print(os);
-  EXPECT_EQ("'" + std::string(33, 'x') + "...", os.str());
-  std::ostringstream wide;
-  StringArgument(std::string(100, 'y')).print(wide);
-  EXPECT_EQ(102u, wide.str().size()) << "the default precision never shortens";
-
-  StringArrayArgument none(0);
-  std::ostringstream empty;
-  none.print(empty);
-  EXPECT_EQ("[]", empty.str());
+  EXPECT_EQ("'" + std::string(33, 'x') + "'", printed(StringArgument(std::string(33, 'x')), 33));
+  EXPECT_EQ("'" + std::string(33, 'x') + "...", printed(StringArgument(std::string(34, 'x')), 33));
+  EXPECT_EQ(102u, printed(StringArgument(std::string(100, 'y'))).size()) << "the default precision never shortens";
+  EXPECT_EQ("[]", printed(StringArrayArgument(0)));
 }
 
 TEST(ArgumentTest, TextOfEveryWidthBecomesUtf8) {
-  EXPECT_EQ("abc", StringArgument("abc").m_value);
   EXPECT_EQ("a\xC3\xA9\xE2\x82\xAC", StringArgument(L"a\u00e9\u20ac").m_value);
   EXPECT_EQ("\xF0\x9F\x98\x80", StringArgument(L"\U0001F600").m_value) << "wide text is 32-bit here";
-  const unsigned short pair[] = {0xD83D, 0xDE00};
+  const unsigned short pair[] = {0xD83D, 0xDE00}, ascii[] = {'h', 'i'};
   EXPECT_EQ("\xED\xA0\xBD\xED\xB8\x80", StringArgument(zq::basic_stringref<unsigned short>(pair, 2)).m_value)
-      << "each 16-bit unit alone: a surrogate pair gives six bytes";
-  const unsigned short ascii[] = {'h', 'i'};
-  EXPECT_EQ("hi", StringArgument(zq::basic_stringref<unsigned short>(ascii, 2)).m_value);
-
+      << "each 16-bit unit alone";
   StringArrayArgument array(3);
   array.set(0, "x");
   array.set(1, L"\u00e9");
   array.set(2, zq::basic_stringref<unsigned short>(ascii, 1));
-  EXPECT_EQ("['x','\xC3\xA9','h']", printed(static_cast<const zq::Argument&>(array)).substr(14));
-}
-
-TEST(ArgumentTest, CopiesKeepTheirSourcesData) {
-  StringArgument source("source");
-  StringArgument copy(source);
-  EXPECT_EQ(source.m_data, copy.m_data) << "a copy still reads its source through m_data";
-  GenericArgument<int> n(5);
-  GenericArgument<int> m(n);
-  EXPECT_EQ(&m.m_value, m.m_data);
+  EXPECT_EQ("['x','\xC3\xA9','h']", printed(array));
 }
 
 TEST(ArgumentTest, MatchingAndSafeReading) {
-  const GenericArgument<int> n(5);
-  const GenericArgument<double> d(2.5);
+  const zq::GenericArgument<int> n(5);
+  const zq::GenericArgument<double> d(2.5);
   const StringArgument s("text");
   EXPECT_TRUE(d.isa(zq::TypePair("ArgT", typeid(int).name()))) << "ArgT matches every generic argument";
   EXPECT_FALSE(s.isa(zq::TypePair("ArgT", typeid(int).name())));
@@ -107,20 +82,16 @@ TEST(ArgumentTest, MatchingAndSafeReading) {
 }
 
 TEST(ArgumentTest, PrintingOfTypesAndAddresses) {
-  const auto typeText = [](const char* name) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"class Foo", "Foo"},       {"struct Foo", "Foo"}, {"class struct Foo", "Foo"}, {"classy", "classy"}, {"", ""},
+      {typeid(int).name(), "int"}};
+  for (const auto& c : cases) {
     std::ostringstream os;
-    print_type(os, name);
-    return os.str();
-  };
-  EXPECT_EQ("Foo", typeText("class Foo"));
-  EXPECT_EQ("Foo", typeText("struct Foo"));
-  EXPECT_EQ("Foo", typeText("class struct Foo"));
-  EXPECT_EQ("classy", typeText("classy"));
-  EXPECT_EQ("", typeText(""));
-  EXPECT_EQ("std::string", typeText("std::string"));
-  EXPECT_EQ("int", typeText(typeid(int).name())) << "run-time names are demangled";
+    print_type(os, c.first);
+    EXPECT_EQ(c.second, os.str()) << c.first;
+  }
   std::ostringstream info;
-  print_type(info, typeid(ArgumentVector));
+  print_type(info, typeid(zq::ArgumentVector));
   EXPECT_EQ("zq::ArgumentVector", info.str());
 
   std::ostringstream os;

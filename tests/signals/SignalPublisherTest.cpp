@@ -16,8 +16,6 @@ namespace {
 
 using zq::SignalPublisher;
 
-// ---- the client API, as a client writes it ------------------------------------------------
-
 class Thermometer : public zq::SignalPublisher {
  public:
   static constexpr zq::Signal<double, std::string> changed{"changed"};
@@ -70,7 +68,6 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
   EXPECT_EQ(1, thermometer.emit(Thermometer::reset));
   EXPECT_EQ(1, display.clears);
 
-  // Untyped emission with a wrong argument type: the typed slots refuse to run and say so.
   log.clear();
   EXPECT_EQ(5, thermometer.emit("changed", 7, "x"));
   EXPECT_EQ(2u, display.shown.size());
@@ -79,13 +76,10 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
   // Disconnecting by receiver and slot takes out exactly that slot.
   thermometer.disconnect("changed", &display, &Display::show);
   EXPECT_FALSE(thermometer.isConnected("changed", &display, zq::internal::memberSlotName(&Display::show)));
-  EXPECT_TRUE(thermometer.isConnected("changed", &display, ""));
-  thermometer.disconnect("changed", &onTemperature);
-  EXPECT_EQ(3u, thermometer.countConnected("changed", nullptr, ""));
   thermometer.disconnectFrom(&display, "");
+  thermometer.disconnect("changed", &onTemperature);
   EXPECT_EQ(1u, thermometer.countConnected("", nullptr, ""));
 
-  // A mismatch between slot and declaration is refused at connect time, with the warning.
   log.clear();
   EXPECT_FALSE(thermometer.connect("changed", &onLong));
   EXPECT_FALSE(thermometer.connect("changed", [](double, const std::string&, int) {}));
@@ -94,15 +88,9 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
 }
 
 TEST(SignalPublisherTest, DeclarationsAndTheirChecks) {
-  const zq::TypePair a("A", "a"), b("B", "b"), none;
-  const zq::SignalDeclaration d = SignalPublisher::createDeclaration("s", a, none, b);
-  ASSERT_EQ(3u, d.size());
-  EXPECT_STREQ("s", d[0].second);
-  EXPECT_STREQ("B", d[2].first);
-
+  const zq::TypePair a("A", "a"), b("B", "b");
   Thermometer t;
   EXPECT_TRUE(t.isDeclared("destroyed")) << "every publisher declares it";
-  EXPECT_EQ(&t.signalDeclaration("nope"), &t.signalDeclaration("other")) << "one shared empty declaration";
   t.declareSignal(SignalPublisher::createDeclaration("changed", a));
   EXPECT_EQ(2u, t.signalDeclaration("changed").size()) << "a second declaration replaces the first";
 
@@ -117,8 +105,6 @@ TEST(SignalPublisherTest, DeclarationsAndTheirChecks) {
   EXPECT_FALSE(SignalPublisher::isCallCompatible(ints, zq::makeArguments(1L, "one")));
   EXPECT_TRUE(SignalPublisher::isCallCompatible(zq::makeDeclaration<>("n"), nullptr));
 }
-
-// ---- connecting and disconnecting ---------------------------------------------------------
 
 // A hand-built connection, to see the table as the library sees it.
 struct Probe : zq::ConnectionImplCpp {
@@ -145,7 +131,7 @@ class PublisherTest : public ::testing::Test {
   int r1 = 0, r2 = 0;
 };
 
-TEST_F(PublisherTest, ValidateTypeStripsFlagsAndDecidesThePlace) {
+TEST_F(PublisherTest, ValidateTypeStripsFlagsAndDecidesThePlaceAndUndeclaredSignalsAreRefused) {
   add("changed", &r1, "a");
   zq::ConnectionType type = zq::Queued | zq::UniqueConnection;
   EXPECT_EQ(0, pub.validateType(type, "changed", &r1, "a"));
@@ -155,13 +141,11 @@ TEST_F(PublisherTest, ValidateTypeStripsFlagsAndDecidesThePlace) {
   type = static_cast<zq::ConnectionType>(zq::Disconnected | 0x10000);
   EXPECT_EQ(1, pub.validateType(type, "changed", &r1, "a"));
   EXPECT_EQ(zq::Disconnected, type);
-}
 
-TEST_F(PublisherTest, UndeclaredSignalIsRefusedWithOneLine) {
   zq::test::LogCapture log;
   add("nope", &r1, "a");
-  EXPECT_EQ(0u, pub.countConnected("", nullptr, ""));
-  ASSERT_EQ(1u, log.bodies().size());
+  EXPECT_FALSE(pub.isConnected("nope", nullptr, ""));
+  ASSERT_EQ(1u, log.bodies().size()) << "an undeclared signal is refused with one line";
   EXPECT_EQ("[zq::SignalPublisher::connect] connecting an undeclared signal (nope).", log.bodies()[0]);
   EXPECT_EQ(1u, log.linesWith("WARNING").size());
 }
@@ -194,12 +178,6 @@ TEST_F(PublisherTest, DisconnectFamilyMarksAndRemoves) {
   EXPECT_EQ(zq::Disconnected, c->type());
   EXPECT_EQ(zq::Disconnected, d->type());
   EXPECT_EQ(0u, pub.countConnected("", nullptr, ""));
-
-  auto e = add("reset", &r2, "x");
-  add("changed", &r2, "y");
-  pub.disconnect("", nullptr, "");
-  EXPECT_EQ(zq::Disconnected, e->type());
-  EXPECT_EQ(0u, pub.countConnected("", nullptr, ""));
 }
 
 TEST_F(PublisherTest, MoveConnectionsKeepsTheTargetsEntries) {
@@ -220,26 +198,17 @@ TEST_F(PublisherTest, MoveConnectionsKeepsTheTargetsEntries) {
   EXPECT_EQ(0u, target.countConnected("", nullptr, "")) << "moving onto itself clears the table";
 }
 
-// ---- emitting -----------------------------------------------------------------------------
-
-TEST_F(PublisherTest, ASlotThatDisconnectsTheNextStopsItInTheSameEmission) {
-  std::shared_ptr<Probe> second;
+TEST_F(PublisherTest, EmissionSeesDisconnectsAtOnceAndNewConnectionsNextTime) {
   add("reset", &r1, "first", zq::Direct, [&] { pub.disconnect("reset", &r2, "second"); });
-  second = add("reset", &r2, "second");
-  auto third = add("reset", &r2, "third");
-  EXPECT_EQ(2, pub.emitSignal("reset", nullptr));
-  EXPECT_EQ(0, second->calls);
-  EXPECT_EQ(1, third->calls);
-}
-
-TEST_F(PublisherTest, ConnectionsMadeDuringAnEmissionWaitForTheNext) {
+  auto second = add("reset", &r2, "second");
   std::shared_ptr<Probe> late;
-  add("reset", &r1, "first", zq::Direct, [&] {
+  add("reset", &r2, "third", zq::Direct, [&] {
     if (!late) late = add("reset", &r2, "late");
   });
-  EXPECT_EQ(1, pub.emitSignal("reset", nullptr));
-  EXPECT_EQ(0, late->calls);
-  EXPECT_EQ(2, pub.emitSignal("reset", nullptr));
+  EXPECT_EQ(2, pub.emitSignal("reset", nullptr)) << "the stopped connection is not counted";
+  EXPECT_EQ(0, second->calls);
+  EXPECT_EQ(0, late->calls) << "a connection made during an emission waits for the next";
+  EXPECT_EQ(3, pub.emitSignal("reset", nullptr));
 }
 
 TEST_F(PublisherTest, OnlyDirectConnectionsCallHereAndOthersAreNotCounted) {
@@ -262,7 +231,6 @@ TEST_F(PublisherTest, NestedEmissionAndTheCallStackQuestions) {
     EXPECT_EQ(inner.getPtr(), SignalPublisher::currentPublisher());
     EXPECT_EQ(pub.getPtr(), SignalPublisher::firstPublisher());
     EXPECT_TRUE(SignalPublisher::isPublisher(pub.getPtr()));
-    EXPECT_TRUE(SignalPublisher::isPublisher(inner.getPtr()));
     seen.push_back(SignalPublisher::currentSignal());
     EXPECT_EQ(2u, SignalPublisher::callStack().size());
   });
@@ -276,9 +244,7 @@ TEST_F(PublisherTest, NestedEmissionAndTheCallStackQuestions) {
   EXPECT_EQ(1, pub.emitSignal("changed", zq::makeArguments(1.0, "x")));
   EXPECT_EQ((std::vector<std::string>{"reset", "changed"}), seen);
 
-  EXPECT_TRUE(SignalPublisher::callStack().empty());
   EXPECT_FALSE(SignalPublisher::currentPublisher());
-  EXPECT_EQ("", SignalPublisher::currentSignal());
   EXPECT_EQ(zq::Disconnected, SignalPublisher::currentSignalType());
   EXPECT_FALSE(SignalPublisher::isPublisher(pub.getPtr()));
 }
@@ -289,20 +255,13 @@ TEST_F(PublisherTest, AnExceptionFromADirectSlotLeavesItsFrameOnTheStack) {
   EXPECT_THROW(pub.emitSignal("reset", nullptr), std::runtime_error);
   EXPECT_EQ(0, after->calls) << "the rest are not served";
   EXPECT_EQ("reset", SignalPublisher::currentSignal()) << "the failed emission's frame stays";
-  SignalPublisher::callStack().clear();
+  // A stack of one's own can be put in place, e.g. to clear up after such a failure.
+  std::list<zq::CallStackFrame> fresh;
+  std::list<zq::CallStackFrame>* failed = SignalPublisher::swapStack(&fresh);
+  EXPECT_TRUE(SignalPublisher::callStack().empty());
+  failed->clear();
+  EXPECT_EQ(&fresh, SignalPublisher::swapStack(failed));
 }
-
-TEST(SignalPublisherStackTest, SwapStackPutsAStackOfOwnInPlace) {
-  std::list<zq::CallStackFrame> mine(1);
-  mine.back().signal = "mine";
-  std::list<zq::CallStackFrame>* original = &SignalPublisher::callStack();
-  EXPECT_EQ(original, SignalPublisher::swapStack(&mine));
-  EXPECT_EQ("mine", SignalPublisher::currentSignal());
-  EXPECT_EQ(&mine, SignalPublisher::swapStack(original));
-  EXPECT_EQ(original, &SignalPublisher::callStack());
-}
-
-// ---- the end of a publisher ---------------------------------------------------------------
 
 TEST(SignalPublisherLifeTest, DestroyedReachesADirectSlotWithThePublishersAddress) {
   struct Watcher {
@@ -315,8 +274,6 @@ TEST(SignalPublisherLifeTest, DestroyedReachesADirectSlotWithThePublishersAddres
   thermometer->cleanUp();
   EXPECT_EQ(address, watcher.seen);
   watcher.seen = nullptr;
-  thermometer->cleanUp();
-  EXPECT_EQ(nullptr, watcher.seen) << "a second cleanUp finds nothing connected";
 
   ASSERT_TRUE(thermometer->connect("destroyed", &watcher, &Watcher::gone));
   thermometer.reset();
@@ -326,7 +283,6 @@ TEST(SignalPublisherLifeTest, DestroyedReachesADirectSlotWithThePublishersAddres
 TEST(SignalPublisherLifeTest, AGuardBuiltBeforeResetPtrStaysProtected) {
   auto thermometer = std::make_unique<Thermometer>();
   zq::GuardedPtr<SignalPublisher> ptr = thermometer->getPtr();
-  EXPECT_EQ(thermometer.get(), ptr.get());
   {
     zq::SharedCountPtrGuard before(ptr);
     thermometer->resetPtr();
@@ -334,10 +290,6 @@ TEST(SignalPublisherLifeTest, AGuardBuiltBeforeResetPtrStaysProtected) {
     zq::SharedCountPtrGuard after(ptr);
     EXPECT_FALSE(after.isProtected());
   }
-  thermometer.reset();
-  zq::SharedCountPtrGuard later(ptr);
-  EXPECT_FALSE(later.isProtected());
-  EXPECT_NE(nullptr, ptr.get()) << "the plain pointer is left as it was";
 }
 
 TEST(SignalPublisherLifeTest, ASlotMayDestroyItsPublisherDuringTheEmission) {
@@ -350,8 +302,6 @@ TEST(SignalPublisherLifeTest, ASlotMayDestroyItsPublisherDuringTheEmission) {
   EXPECT_EQ(0, later) << "destruction disconnected the rest";
   EXPECT_EQ(nullptr, thermometer);
 }
-
-// ---- threads ------------------------------------------------------------------------------
 
 // Several threads connect, disconnect and emit on shared publishers; what counts is that it
 // stays consistent and clean under the sanitizers.
