@@ -76,9 +76,10 @@ int run() {
   using zq::Log;
   // 1. The log: every level to zq_demo.log, and through a tee to the console as well.
   Log::setDefaultLogFile(L"zq_demo.log", true);
+  // The tee lives until the process ends, and the log is never closed: the call thread and the
+  // run loop are the library's and may log at any moment, up to the last instant of the process.
   std::wostream& file = *Log::instance().getStream(Log::Message);
-  TeeBuffer tee(std::wcout.rdbuf(), file.rdbuf());
-  std::wostream console(&tee);
+  std::wostream& console = *new std::wostream(new TeeBuffer(std::wcout.rdbuf(), file.rdbuf()));
   for (int level = Log::Debug; level <= Log::Fatal; ++level) {
     Log::instance().setStream(static_cast<Log::ELevel>(level), &console, false);
   }
@@ -133,7 +134,6 @@ int run() {
   component.reset();
   zq::plugin::Loader::shutdown();
   step("9. disconnected, component released, loader shut down; exit 0");
-  Log::instance().closeLogFile();  // the tee is the caller's; the file is the log's to close
   return 0;
 }
 
@@ -146,6 +146,5 @@ int main() {
     std::wcerr << L"zq_demo failed: ";
     e.writeTo(std::wcerr) << std::endl;
   }
-  zq::Log::instance().closeLogFile();
   return 1;
 }
