@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,10 +28,12 @@ class Source : public SignalPublisher {
   static constexpr zq::Signal<int> tick{"tick"};
   static constexpr zq::Signal<int> tock{"tock"};
   static constexpr zq::Signal<std::string> text{"text"};
+  static constexpr zq::Signal<std::shared_ptr<int>> value{"value"};
   Source() {
     declareSignal(tick);
     declareSignal(tock);
     declareSignal(text);
+    declareSignal(value);
   }
   ~Source() override { resetPtr(); }
 };
@@ -75,6 +78,80 @@ TEST(EmissionResourcesTest, ReusedFramesCarryEachEmissionsOwnNameAndDelay) {
   source.emit(Source::text, "x");
   source.emit("tick", 1);
   EXPECT_EQ((std::vector<std::string>{"tick", "tock", "text", "tick"}), seen);
+}
+
+// A typed emission may hand its argument block to the thread's next one: only when nobody
+// kept it, and never with the old values still alive.
+TEST(EmissionResourcesTest, TypedArgumentsAreEndedWithTheEmissionAndNeverReusedWhileKept) {
+  Source source;
+  std::vector<std::shared_ptr<zq::ArgumentVector>> kept;
+  std::vector<int> seen;
+  source.connect(Source::value, [&](const std::shared_ptr<int>& v) {
+    if (*v == 1) kept.push_back(SignalPublisher::callStack().back().args);
+    if (*v == 2) source.emit(Source::value, std::make_shared<int>(3));  // nested, same types
+    seen.push_back(*v);
+    if (*v == 4) throw std::runtime_error("slot failed");
+  });
+  auto readKept = [&](std::size_t i) { return **zq::argument_cast<std::shared_ptr<int>>((*kept.at(i))[0]); };
+
+  auto first = std::make_shared<int>(1);
+  source.emit(Source::value, first);
+  EXPECT_EQ(2, first.use_count()) << "a slot kept the arguments";
+  source.emit(Source::value, std::make_shared<int>(2));
+  EXPECT_EQ(1, readKept(0)) << "kept arguments are not refilled by later emissions";
+  kept.clear();
+  EXPECT_EQ(1, first.use_count());
+
+  auto plain = std::make_shared<int>(5);
+  source.emit(Source::value, plain);
+  EXPECT_EQ(1, plain.use_count()) << "the values end with the emission, a reused block or not";
+
+  EXPECT_THROW(source.emit(Source::value, std::make_shared<int>(4)), std::runtime_error);
+  ASSERT_EQ(1u, SignalPublisher::callStack().size());
+  kept.push_back(SignalPublisher::callStack().back().args);
+  SignalPublisher::callStack().clear();
+  source.emit(Source::value, std::make_shared<int>(6));
+  EXPECT_EQ(4, readKept(0)) << "a throwing slot's frame keeps its arguments";
+  EXPECT_EQ((std::vector<int>{1, 3, 2, 5, 4, 6}), seen);
+}
+
+// Made before the thread's first emission, so ended after what that emission left.
+struct EmitsAtThreadEnd {
+  ~EmitsAtThreadEnd() {
+    for (int i = 0; i < 2; ++i) source->emit(Source::value, std::make_shared<int>(10 + i));
+  }
+  Source* source = nullptr;
+};
+
+// A value that emits when the last of its moves ends.
+struct EmitsWhenEnded {
+  explicit EmitsWhenEnded(Source* s) : source(s) {}
+  EmitsWhenEnded(EmitsWhenEnded&& other) : source(other.source) { other.source = nullptr; }
+  ~EmitsWhenEnded() {
+    if (source != nullptr) source->emit(Source::value, std::make_shared<int>(20));
+  }
+  Source* source;
+};
+
+TEST(EmissionResourcesTest, EmissionsFromAThreadsLastDestructorsFindTheirStackAndValues) {
+  Source source;
+  class Ending : public SignalPublisher {
+   public:
+    Ending() { declareSignal(ending); }
+    ~Ending() override { resetPtr(); }
+    const zq::Signal<EmitsWhenEnded> ending{"ending"};
+  } ending;
+  std::vector<int> seen;
+  source.connect(Source::value, [&](const std::shared_ptr<int>& v) { seen.push_back(*v); });
+  ending.connect(ending.ending, [](const EmitsWhenEnded&) { throw std::runtime_error("x"); });
+  std::thread([&] {
+    thread_local EmitsAtThreadEnd last;
+    last.source = &source;
+    source.emit(Source::value, std::make_shared<int>(1));
+    // The throwing slot leaves its frame, and the value in it, to the end of the thread.
+    EXPECT_THROW(ending.emit(ending.ending, EmitsWhenEnded(&source)), std::runtime_error);
+  }).join();
+  EXPECT_EQ((std::vector<int>{1, 10, 11, 20}), seen);
 }
 
 TEST(EmissionResourcesTest, QueuedArgumentsCrossThreadsIntactFromManyEmittersAndEndedThreads) {

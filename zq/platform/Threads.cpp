@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <system_error>
+#include <type_traits>
 
 #include <linux/futex.h>
 #include <pthread.h>
@@ -163,6 +165,17 @@ void sleepMilliseconds(unsigned int milliseconds) {
   while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
   }
 }
+
+static_assert(std::is_same<pthread_key_t, unsigned int>::value, "ThreadEndSlot keeps the key as unsigned int");
+
+ThreadEndSlot::ThreadEndSlot(void (*end)(void* value)) {
+  pthread_key_t key;
+  if (::pthread_key_create(&key, end) != 0)
+    throw std::system_error(errno, std::generic_category(), "pthread_key_create");
+  m_key = key;
+}
+
+void ThreadEndSlot::set(void* value) { ::pthread_setspecific(m_key, value); }
 
 }  // namespace platform
 }  // namespace zq

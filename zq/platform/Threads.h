@@ -57,5 +57,20 @@ bool setThreadNiceValue(unsigned long threadId, int nice);
 // milliseconds, also across signals.
 void sleepMilliseconds(unsigned int milliseconds);
 
+// Per-thread data whose `end` runs at each thread's end, after the thread's C++ thread-local
+// objects: their destructors may still use it. If `end` leads to a new value being set, it
+// runs again for that one. Not at the end of the process's main thread.
+class ThreadEndSlot {
+ public:
+  explicit ThreadEndSlot(void (*end)(void* value));
+  ThreadEndSlot(const ThreadEndSlot&) = delete;
+  ThreadEndSlot& operator=(const ThreadEndSlot&) = delete;
+  // The calling thread's value; null takes it back without calling `end`.
+  void set(void* value);
+
+ private:
+  unsigned int m_key;
+};
+
 }  // namespace platform
 }  // namespace zq

@@ -17,6 +17,7 @@
 #include <zq/Export.h>
 #include <zq/signals/internal/SignalMemory.h>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -247,12 +248,22 @@ const T* argument_cast(const Argument* a) {
 
 namespace internal {
 // A vector and its arguments in one allocation: an emission then costs one allocation
-// whatever the number of arguments. The block, not the vector, ends the arguments.
+// whatever the number of arguments. The block, not the vector, ends the arguments. A block
+// may be emptied (its arguments ended, its slots null) and filled again.
 template <class... T>
 class ArgumentBlock : public ArgumentVector {
  public:
   template <class... V>
   explicit ArgumentBlock(V&&... values) {
+    fill(std::forward<V>(values)...);
+  }
+  ~ArgumentBlock() { clear(); }
+  ArgumentBlock(const ArgumentBlock&) = delete;
+  ArgumentBlock& operator=(const ArgumentBlock&) = delete;
+
+  // Into an empty block; if a value's construction throws, the block stays empty.
+  template <class... V>
+  void fill(V&&... values) {
     std::size_t i = 0;
     try {
       ((m_args[i] = ::new (static_cast<void*>(&m_storage[i]))
@@ -260,31 +271,21 @@ class ArgumentBlock : public ArgumentVector {
         ++i),
        ...);
     } catch (...) {
-      release();
+      clear();
       throw;
     }
   }
-  ~ArgumentBlock() { destroy(std::index_sequence_for<T...>()); }
-  ArgumentBlock(const ArgumentBlock&) = delete;
-  ArgumentBlock& operator=(const ArgumentBlock&) = delete;
+  void clear() { clear(std::index_sequence_for<T...>()); }
 
  private:
-  // After a failed construction: the arguments made so far.
-  void release() {
-    for (Argument*& a : m_args) {
-      if (a != nullptr) a->~Argument();
-      a = nullptr;
-    }
-  }
-
-  // All of them, each by its own type, without a virtual call.
+  // Each argument by its own type, without a virtual call.
   template <std::size_t... I>
-  void destroy(std::index_sequence<I...>) {
+  void clear(std::index_sequence<I...>) {
     (end<typename ArgumentTraits<T>::argument_type>(m_args[I]), ...);
   }
   template <class A>
   static void end(Argument*& a) {
-    static_cast<A*>(a)->A::~A();
+    if (a != nullptr) static_cast<A*>(a)->A::~A();
     a = nullptr;
   }
 
@@ -298,6 +299,68 @@ std::shared_ptr<ArgumentVector> makeArgumentsAs(V&&... values) {
   static_assert(sizeof...(T) <= ArgumentVector::max, "a signal carries at most eight arguments");
   return std::allocate_shared<ArgumentBlock<T...>>(SignalAllocator<ArgumentBlock<T...>>(), std::forward<V>(values)...);
 }
+
+// Whether a typed emission keeps its argument block for the thread's next one. Not under the
+// address sanitizer, which would then miss a read after the emission, nor under the thread
+// sanitizer, which does not follow the fence that orders a reuse after another thread's reads.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kReuseArgumentBlocks = false;
+#else
+constexpr bool kReuseArgumentBlocks = true;
+#endif
+
+// The arguments of one typed emission. The emission lends them to its frame and gets them
+// back; if then nobody else holds them (no queued slot, no slot that kept a copy), they are
+// ended and the empty block waits for the thread's next emission of the same types, which
+// so costs no allocation. Values live no longer than with a fresh block each time.
+template <class... T>
+class LentArguments {
+ public:
+  template <class... V>
+  explicit LentArguments(V&&... values) {
+    Spare& spare = spareBlock();
+    if (kReuseArgumentBlocks && !spare.ended && spare.block) {
+      m_block = static_cast<ArgumentBlock<T...>*>(spare.block.get());
+      m_block->fill(std::forward<V>(values)...);  // on a throw, the spare stays as it was
+      m_args = std::move(spare.block);
+    } else {
+      m_args = makeArgumentsAs<T...>(std::forward<V>(values)...);
+      m_block = static_cast<ArgumentBlock<T...>*>(m_args.get());
+    }
+  }
+  ~LentArguments() {
+    // Not given back (a slot threw, its frame keeps them), replaced, or shared: let go.
+    if (!kReuseArgumentBlocks || m_args.get() != m_block || m_args.use_count() != 1) return;
+    // Orders the ending of the values after the reads of a thread that held them last.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    m_block->clear();
+    Spare& spare = spareBlock();
+    if (!spare.ended && !spare.block) spare.block = std::move(m_args);
+  }
+  LentArguments(const LentArguments&) = delete;
+  LentArguments& operator=(const LentArguments&) = delete;
+
+  std::shared_ptr<ArgumentVector>& args() { return m_args; }
+
+ private:
+  // The thread's empty block. A thread's last destructors may still emit: after the spare's
+  // end they make and free blocks as if there were none.
+  struct Spare {
+    ~Spare() {
+      block.reset();
+      ended = true;
+    }
+    std::shared_ptr<ArgumentVector> block;
+    bool ended = false;
+  };
+  static Spare& spareBlock() {
+    static thread_local Spare t_spare;
+    return t_spare;
+  }
+
+  std::shared_ptr<ArgumentVector> m_args;
+  ArgumentBlock<T...>* m_block;
+};
 }  // namespace internal
 
 // A vector with one argument for each value, in order; text becomes UTF-8 strings.

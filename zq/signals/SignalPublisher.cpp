@@ -1,6 +1,7 @@
 #include <zq/signals/SignalPublisher.h>
 
 #include <zq/foundation/Log.h>
+#include <zq/platform/Threads.h>
 #include <zq/signals/internal/FrameStack.h>
 
 #include <boost/container/small_vector.hpp>
@@ -56,16 +57,31 @@ bool sameText(const std::string& a, std::string_view b) {
   return true;
 }
 
-thread_local internal::ThreadFrames t_framesRecord;
-// The record's address: a plain thread-local word is quicker to reach than the record, which
-// is made and registered for destruction on first use.
-thread_local internal::ThreadFrames* t_frames = nullptr;
+// The calling thread's record, made on first use.
+ZQ_TLS_WORD internal::ThreadFrames* t_frames = nullptr;
+
+// Ends a thread's record, after the thread's C++ thread-local objects, whose destructors may
+// still emit. An emission from what this deletes makes a new record, ended in turn.
+void endThreadFrames(void* frames) {
+  t_frames = nullptr;
+  delete static_cast<internal::ThreadFrames*>(frames);
+}
+
+platform::ThreadEndSlot& framesOwner() {
+  // Never destroyed: threads may end while the process's exit hooks run.
+  static auto* const s_owner = new platform::ThreadEndSlot(&endThreadFrames);
+  return *s_owner;
+}
 
 }  // namespace
 
 internal::ThreadFrames& internal::threadFrames() {
   internal::ThreadFrames* frames = t_frames;
-  if (frames == nullptr) t_frames = frames = &t_framesRecord;
+  if (frames == nullptr) {
+    frames = new internal::ThreadFrames();
+    framesOwner().set(frames);
+    t_frames = frames;
+  }
   return *frames;
 }
 
@@ -310,32 +326,38 @@ void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
 
 short SignalPublisher::emitSignal(const char* signal, std::shared_ptr<ArgumentVector> args, float delay, const char*,
                                   int) const {
-  return emitNamed(signal != nullptr ? signal : "", std::move(args), delay);
+  return emitNamed(signal != nullptr ? signal : "", args, delay);
 }
 
-short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<ArgumentVector> args, float delay) const {
+short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<ArgumentVector>& args, float delay) const {
   // The record is made here even if nothing is connected.
   const GuardedPtr<SignalPublisher>& self = m_self.getCounter() != nullptr ? m_self : getPtr();
-  return emitWith(name, [&](CallStackFrame& frame) {
-    frame.publisher.assignLocal(self);
-    if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
-    frame.args = std::move(args);
-    frame.delay = delay;
-  });
+  return emitWith(
+      name,
+      [&](CallStackFrame& frame) {
+        frame.publisher.assignLocal(self);
+        if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
+        frame.args = std::move(args);
+        frame.delay = delay;
+      },
+      [&](CallStackFrame& frame) { args = std::move(frame.args); });
 }
 
 short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
-  return emitWith(frame.signal, [&](CallStackFrame& top) {
-    top.publisher.assignLocal(frame.publisher);
-    top.signal = frame.signal;
-    top.args = frame.args;
-    top.delay = frame.delay;
-    top.connection = frame.connection;
-  });
+  return emitWith(
+      frame.signal,
+      [&](CallStackFrame& top) {
+        top.publisher.assignLocal(frame.publisher);
+        top.signal = frame.signal;
+        top.args = frame.args;
+        top.delay = frame.delay;
+        top.connection = frame.connection;
+      },
+      [](CallStackFrame&) {});
 }
 
-template <class FillFrame>
-short SignalPublisher::emitWith(std::string_view signal, FillFrame fill) const {
+template <class FillFrame, class EmptyFrame>
+short SignalPublisher::emitWith(std::string_view signal, FillFrame fill, EmptyFrame empty) const {
   ConnectionSnapshot connections;
   {
     std::lock_guard<internal::ReentrantSection> lock(m_mutex);
@@ -361,6 +383,7 @@ short SignalPublisher::emitWith(std::string_view signal, FillFrame fill) const {
     connection.swap(top.connection);
     if (took) ++count;
   }
+  empty(top);
   thread.pop(stack);
   return static_cast<short>(count);
 }

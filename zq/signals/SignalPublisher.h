@@ -321,14 +321,13 @@ class ZQ_API SignalPublisher {
   // or below is a plain emission.
   template <class... V>
   short emitAfter(float seconds, const char* signal, V&&... values) const {
-    return emitSignal(signal, sizeof...(V) == 0 ? nullptr : makeArguments(std::forward<V>(values)...), seconds);
+    return emitTyped<carried_t<V>...>(signal != nullptr ? signal : "", seconds, std::forward<V>(values)...);
   }
   template <class... A, class... V>
   short emitAfter(float seconds, const Signal<A...>& signal, V&&... values) const {
     static_assert(sizeof...(A) == sizeof...(V), "emit gives one value for each declared argument");
-    return emitNamed(
-        std::string_view(signal.name, signal.length),
-        sizeof...(V) == 0 ? nullptr : internal::makeArgumentsAs<carried_t<A>...>(std::forward<V>(values)...), seconds);
+    return emitTyped<carried_t<A>...>(std::string_view(signal.name, signal.length), seconds,
+                                      std::forward<V>(values)...);
   }
 
   // ---- the calling thread's emissions ------------------------------------------------------
@@ -397,12 +396,24 @@ class ZQ_API SignalPublisher {
   SignalPublisher(const SignalPublisher&);
   SignalPublisher& operator=(const SignalPublisher&);
 
-  // emitSignal with the name's length known.
-  short emitNamed(std::string_view signal, std::shared_ptr<ArgumentVector> args, float delay) const;
+  // emitSignal with the name's length known. `args` are lent to the frame and come back
+  // unless a slot threw.
+  short emitNamed(std::string_view signal, std::shared_ptr<ArgumentVector>& args, float delay) const;
+  // The values carried as T..., in a block this thread may reuse.
+  template <class... T, class... V>
+  short emitTyped(std::string_view signal, float delay, V&&... values) const {
+    if constexpr (sizeof...(V) == 0) {
+      std::shared_ptr<ArgumentVector> none;
+      return emitNamed(signal, none, delay);
+    } else {
+      internal::LentArguments<T...> args(std::forward<V>(values)...);
+      return emitNamed(signal, args.args(), delay);
+    }
+  }
   // The emission of `signal`; `fill(frame)` fills the frame pushed on the stack once something
-  // is found connected.
-  template <class FillFrame>
-  short emitWith(std::string_view signal, FillFrame fill) const;
+  // is found connected, `empty(frame)` may take back what it lent before the frame is popped.
+  template <class FillFrame, class EmptyFrame>
+  short emitWith(std::string_view signal, FillFrame fill, EmptyFrame empty) const;
 
   // Takes out every connection of `list` that answers to (receiver, slot).
   static void disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot);

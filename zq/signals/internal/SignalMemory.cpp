@@ -85,9 +85,9 @@ struct ThreadBlocks {
 };
 
 thread_local ThreadBlocks t_blocksRecord;
-// The record's address: a plain thread-local word is quicker to reach than the record, which
-// is made and registered for destruction on first use.
-thread_local ThreadBlocks* t_blocks = nullptr;
+// The record's address: a thread-local word is quicker to reach than the record, which is
+// made and registered for destruction on first use.
+ZQ_TLS_WORD ThreadBlocks* t_blocks = nullptr;
 
 ThreadBlocks& threadBlocks() {
   ThreadBlocks* blocks = t_blocks;
