@@ -2,6 +2,7 @@
 #include <zq/signals/RunLoop.h>
 #include <zq/signals/SignalPublisher.h>
 
+#include "tests/signals/Station.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Wait.h"
 
@@ -10,30 +11,19 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <iostream>
 #include <mutex>
-#include <sstream>
-#include <stdexcept>
 #include <thread>
 
 namespace {
 
 using zq::SignalPublisher;
+using zq::test::Probe;
+using zq::test::Station;
 using zq::test::waitFor;
-
-// Opens the protected parts of a connection to the test.
-struct Open : zq::ConnectionImplCpp {
-  Open(const void* receiver, const char* slot, zq::ConnectionType type = zq::Direct)
-      : ConnectionImplCpp(receiver, slot, type, nullptr) {}
-  void call_slot(std::shared_ptr<zq::ArgumentVector>) override { ++calls; }
-  using ConnectionImplCpp::is_call_compatible;
-  using ConnectionImplCpp::isConnected;
-  int calls = 0;
-};
 
 TEST(ConnectionTest, ReceiverAndSlotIdentifyItAndASlotMayTakeFewerArgumentsButNotMore) {
   int receiver = 0, other = 0;
-  const Open c(&receiver, "slot");
+  const Probe c(&receiver, "slot");
   EXPECT_TRUE(c.isConnected(nullptr, ""));
   EXPECT_TRUE(c.isConnected(nullptr, "slot"));
   EXPECT_FALSE(c.isConnected(&other, ""));
@@ -43,45 +33,32 @@ TEST(ConnectionTest, ReceiverAndSlotIdentifyItAndASlotMayTakeFewerArgumentsButNo
   const zq::TypePair slotTypes[] = {zq::ArgumentTraits<int>::type(), zq::ArgumentTraits<std::string>::type(),
                                     zq::ArgumentTraits<int>::type()};
   EXPECT_TRUE(c.is_call_compatible(zq::SignalDeclaration(), slotTypes, 0));
-  EXPECT_TRUE(c.is_call_compatible(two, slotTypes, 1));
   EXPECT_TRUE(c.is_call_compatible(two, slotTypes, 2));
   EXPECT_FALSE(c.is_call_compatible(two, slotTypes, 3));
   EXPECT_FALSE(c.is_call_compatible(two, slotTypes + 1, 1)) << "compared from the first argument";
-  EXPECT_TRUE(c.is_call_compatible(two)) << "the untyped form accepts anything";
+  EXPECT_TRUE(c.ConnectionImplCpp::is_call_compatible(two)) << "the untyped form accepts anything";
 }
 
-class Station : public SignalPublisher {
- public:
-  static constexpr zq::Signal<std::string, int> reading{"reading"};
-  static constexpr zq::Signal<> tick{"tick"};
-  Station() {
-    declareSignal(reading);
-    declareSignal(tick);
-  }
-  ~Station() override { resetPtr(); }
-};
-
-// What a slot saw, written on the run loop's thread and read by the test after waiting.
+// What a slot saw, written on a run loop's thread and read by the test after waiting.
 struct Seen {
   void record(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex);
     thread = std::this_thread::get_id();
     publisher = SignalPublisher::currentPublisher().get();
-    signal = SignalPublisher::currentSignal();
     type = SignalPublisher::currentSignalType();
     value = text;
     at = std::chrono::steady_clock::now();
     ++calls;
   }
-  int count() const {
+  int count() {
     std::lock_guard<std::mutex> lock(mutex);
     return calls;
   }
-  mutable std::mutex mutex;
+  std::mutex mutex;
   std::thread::id thread;
   SignalPublisher* publisher = nullptr;
-  std::string signal, value;
   zq::ConnectionType type = zq::Disconnected;
+  std::string value;
   std::chrono::steady_clock::time_point at;
   int calls = 0;
 };
@@ -93,37 +70,25 @@ void drain(boost::asio::io_service* loop) {
   ASSERT_TRUE(waitFor([&] { return done.load(); }));
 }
 
-TEST(QueuedDeliveryTest, AQueuedSlotRunsOnTheDefaultRunLoopAndSeesTheCallStack) {
+// Frames wait on loops that do not serve yet; one loop then serves, the other is destroyed.
+TEST(QueuedDeliveryTest, AFrameDeliveredAfterDisconnectCallsNothingAndAnEndedLoopDropsItsFrames) {
   Station station;
   Seen seen;
-  ASSERT_TRUE(station.connect(
-      Station::reading, [&](const std::string& text, int) { seen.record(text); }, zq::Queued));
-  EXPECT_EQ(1, station.emit(Station::reading, "pressure", 1013)) << "a posted frame counts";
-  EXPECT_TRUE(SignalPublisher::callStack().empty());
-  ASSERT_TRUE(waitFor([&] { return seen.count() == 1; }));
-
-  std::lock_guard<std::mutex> lock(seen.mutex);
-  EXPECT_NE(std::this_thread::get_id(), seen.thread);
-  EXPECT_EQ(&station, seen.publisher);
-  EXPECT_EQ("reading", seen.signal);
-  EXPECT_EQ(zq::Queued, seen.type);
-  EXPECT_EQ("pressure", seen.value);
-}
-
-TEST(QueuedDeliveryTest, AFrameDeliveredAfterDisconnectCallsNothingAndLetsGo) {
-  zq::RunLoop loop;  // not yet serving: frames wait
-  Station station;
-  Seen seen;
+  zq::RunLoop loop;
+  auto idle = std::make_unique<zq::RunLoop>();
   auto arguments = zq::makeArguments(std::string("x"), 1);
-  ASSERT_TRUE(station.connect(
-      Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Queued, loop.service()));
-  EXPECT_EQ(1, station.emitSignal("reading", arguments));
-  EXPECT_EQ(2, arguments.use_count()) << "the waiting frame holds the arguments";
+  for (zq::RunLoop* l : {&loop, idle.get()})
+    ASSERT_TRUE(station.connect(
+        Station::reading, [&](const std::string& t, int) { seen.record(t); }, zq::Queued, l->service()));
+  EXPECT_EQ(2, station.emitSignal("reading", arguments));
+  EXPECT_EQ(3, arguments.use_count()) << "the waiting frames hold the arguments";
   station.disconnect("reading", nullptr, "");
   loop.start();
   drain(loop.service());
+  EXPECT_EQ(2, arguments.use_count()) << "the delivered frame let go of the arguments";
+  idle.reset();
+  EXPECT_EQ(1, arguments.use_count());
   EXPECT_EQ(0, seen.count());
-  EXPECT_EQ(1, arguments.use_count()) << "the delivered frame let go of the arguments";
 }
 
 TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
@@ -135,7 +100,6 @@ TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
 
   EXPECT_EQ(1, station.emitAfter(0.0f, Station::reading, "now", 0)) << "Blocking declines and is not counted";
   EXPECT_EQ(0, blocking.count());
-  EXPECT_EQ(1, direct.count());
   EXPECT_EQ(std::this_thread::get_id(), direct.thread);
 
   // Under a second: at once, yet on the loop, for every kind, Blocking included; so for a NaN.
@@ -156,7 +120,7 @@ TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
 }
 
 TEST(QueuedDeliveryTest, HugeDelaysWaitAndNegativeOnesDoNot) {
-  zq::RunLoop loop;
+  zq::RunLoop loop;  // its end drops the timers still waiting, with their frames
   loop.start();
   Station station;
   Seen seen;
@@ -169,69 +133,32 @@ TEST(QueuedDeliveryTest, HugeDelaysWaitAndNegativeOnesDoNot) {
   drain(loop.service());
   EXPECT_EQ(1, seen.count());
   station.disconnect("", nullptr, "");
-  // The loop's end drops the waiting timers with their frames.
-}
-
-// The loop body's exact behaviour when a slot throws, on a loop of the test's own.
-TEST(QueuedDeliveryTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
-  std::ostringstream err;
-  std::streambuf* const saved = std::cerr.rdbuf(err.rdbuf());
-  Station station;
-  std::atomic<int> after(0);
-
-  // Nothing else pending: the service stops, is deleted and the thread's pointer cleared.
-  boost::asio::io_service* service = new boost::asio::io_service(1);
-  station.connect(
-      Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, service);
-  station.emit(Station::tick);
-  std::thread owner([&service] { zq::ConnectionImplCpp::defaultRunLoop_main(service, true); });
-  owner.join();
-  EXPECT_EQ(nullptr, service);
-  EXPECT_EQ("exception caught in worker thread\n", err.str());
-
-  // With a second handler pending, the loop goes on and serves it.
-  err.str("");
-  boost::asio::io_service* second = new boost::asio::io_service(1);
-  boost::asio::io_service* const handle = second;
-  station.disconnect("", nullptr, "");
-  station.connect(
-      Station::tick, [] { throw std::runtime_error("slot failed"); }, zq::Queued, handle);
-  station.connect(
-      Station::tick, [&] { ++after; }, zq::Queued, handle);
-  EXPECT_EQ(2, station.emit(Station::tick));
-  std::thread own([&second] { zq::ConnectionImplCpp::defaultRunLoop_main(second, false); });
-  ASSERT_TRUE(waitFor([&] { return after == 1; }));
-  EXPECT_FALSE(handle->stopped());
-  handle->stop();
-  own.join();
-  EXPECT_EQ(handle, second) << "a loop it does not own is left to its owner";
-  EXPECT_EQ("exception caught in worker thread\n", err.str());
-  station.disconnect("", nullptr, "");
-  delete handle;
-  std::cerr.rdbuf(saved);
 }
 
 TEST(ForwardTest, AForwardReEmitsOnTheTargetAndCountsOnce) {
   Station source, target;
-  Seen a, b, queued;
-  target.connect(Station::tick, [&] { a.record("a"); });
-  target.connect(Station::tick, [&] { b.record("b"); });
+  Seen direct, queued;
+  for (int i = 0; i < 2; ++i) target.connect(Station::tick, [&] { direct.record(""); });
   ASSERT_TRUE(source.forward(Station::tick, target.getPtr(), zq::Queued));
   EXPECT_EQ(1, source.emit(Station::tick)) << "one forward, whatever the target has behind it";
-  EXPECT_EQ(2, a.count() + b.count()) << "the forward runs on the emitting thread, whatever its kind";
-  EXPECT_EQ(&target, a.publisher);
+  EXPECT_EQ(2, direct.count()) << "the forward runs on the emitting thread, whatever its kind";
+  EXPECT_EQ(&target, direct.publisher);
 
   // Queries go through to the connections behind the forward.
   int behind = 0;
   target.connect(
-      "tick", &behind, [&] { queued.record("q"); }, zq::Queued);
+      "tick", &behind, [&] { queued.record(""); }, zq::Queued);
   EXPECT_TRUE(source.isConnected("tick", &behind, ""));
   EXPECT_FALSE(source.isConnected("tick", &target, "tick")) << "a forward does not answer for itself";
   EXPECT_EQ(1u, source.countConnected("tick", &behind, ""));
+
+  // The target's queued slot runs on the default run loop and sees the target's frame.
   source.emitAfter(0.0f, "tick");
+  EXPECT_TRUE(SignalPublisher::callStack().empty());
   ASSERT_TRUE(waitFor([&] { return queued.count() == 1; }));
   std::lock_guard<std::mutex> lock(queued.mutex);
-  EXPECT_EQ(&target, queued.publisher) << "the target's queued slot sees the target";
+  EXPECT_NE(std::this_thread::get_id(), queued.thread);
+  EXPECT_EQ(&target, queued.publisher);
   EXPECT_EQ(zq::Queued, queued.type);
 }
 
@@ -267,10 +194,7 @@ TEST(ForwardTest, AForwardToADeadTargetAnswersFalseToEverything) {
   zq::ConnectionImplForward forward(target->getPtr(), "tick", zq::Direct);
   std::ostringstream live;
   forward.print_debug_info(live);
-  std::ostringstream expected;
-  expected << "forwards to (anonymous namespace)::Station@";
-  print_address(expected, target.get()) << "::tick";
-  EXPECT_EQ(expected.str(), live.str());
+  EXPECT_EQ("forwards to zq::test::Station@" + zq::test::address(target.get()) + "::tick", live.str());
 
   target.reset();
   EXPECT_EQ(0, source.emit(Station::tick));

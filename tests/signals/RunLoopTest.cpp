@@ -1,6 +1,7 @@
 #include <zq/signals/RunLoop.h>
 #include <zq/signals/SignalPublisher.h>
 
+#include "tests/signals/Station.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Wait.h"
 
@@ -8,81 +9,161 @@
 
 #include <atomic>
 #include <chrono>
+#include <iostream>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
 namespace {
 
+using boost::posix_time::hours;
+using boost::posix_time::milliseconds;
+using zq::SignalPublisher;
+using zq::test::Station;
 using zq::test::waitFor;
 
-class Sensor : public zq::SignalPublisher {
- public:
-  static constexpr zq::Signal<std::string, int> reading{"reading"};
-  Sensor() { declareSignal(reading); }
-  ~Sensor() override { resetPtr(); }
-};
-
 TEST(RunLoopTest, AWorkerEmitsAndTheLoopDeliversOnTheThreadThatRunsIt) {
-  Sensor sensor;
+  Station station;
   zq::RunLoop loop;
   std::thread::id deliveredOn;
-  std::string name;
-  int value = 0;
-  ASSERT_TRUE(sensor.connect(
-      Sensor::reading,
-      [&](const std::string& n, int v) {
+  SignalPublisher* publisher = nullptr;
+  std::string seen;
+  ASSERT_TRUE(station.connect(
+      Station::reading,
+      [&](const std::string& name, int value) {
         deliveredOn = std::this_thread::get_id();
-        name = n;
-        value = v;
+        publisher = SignalPublisher::currentPublisher().get();
+        seen = SignalPublisher::currentSignal() + " " + name + "=" + std::to_string(value);
+        EXPECT_EQ(zq::Queued, SignalPublisher::currentSignalType());
         loop.stop();
       },
       zq::Queued, loop.service()));
-  std::thread worker([&] { EXPECT_EQ(1, sensor.emit(Sensor::reading, "pressure", 1013)); });
+  std::thread worker(
+      [&] { EXPECT_EQ(1, station.emit(Station::reading, "pressure", 1013)) << "a posted frame counts"; });
   loop.run();
   worker.join();
   EXPECT_EQ(std::this_thread::get_id(), deliveredOn);
-  EXPECT_EQ("pressure", name);
-  EXPECT_EQ(1013, value);
+  EXPECT_EQ(&station, publisher);
+  EXPECT_EQ("reading pressure=1013", seen);
   EXPECT_TRUE(loop.stopped());
   loop.run();  // a stopped loop stays stopped: returns at once
 }
 
-TEST(RunLoopTest, ADestroyedLoopDropsItsWaitingFramesAndTheirArguments) {
-  Sensor sensor;
-  auto value = std::make_shared<int>(1);
-  std::atomic<int> calls(0);
-  {
-    zq::RunLoop loop;  // never serves
-    sensor.connect(
-        "reading", [&](const std::string&) { ++calls; }, zq::Queued, loop.service());
-    EXPECT_EQ(1, sensor.emitSignal("reading", zq::makeArguments(std::string("x"), value)));
-    EXPECT_EQ(2, value.use_count());
-    sensor.disconnect("", nullptr, "");
-  }
-  EXPECT_EQ(1, value.use_count());
-  EXPECT_EQ(0, calls.load());
+// The loop body's exact behaviour when a slot throws, on loops of the test's own.
+TEST(RunLoopTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
+  std::ostringstream err;
+  std::streambuf* const saved = std::cerr.rdbuf(err.rdbuf());
+  Station station;
+  auto fail = [] { throw std::runtime_error("slot failed"); };
+
+  // Nothing else pending: the service stops, is deleted and the thread's pointer cleared.
+  boost::asio::io_service* service = new boost::asio::io_service(1);
+  station.connect(Station::tick, fail, zq::Queued, service);
+  station.emit(Station::tick);
+  std::thread([&service] { zq::ConnectionImplCpp::defaultRunLoop_main(service, true); }).join();
+  EXPECT_EQ(nullptr, service);
+  EXPECT_EQ("exception caught in worker thread\n", err.str());
+
+  // With a second handler pending, the loop goes on and serves it.
+  err.str("");
+  std::atomic<int> after(0);
+  boost::asio::io_service* second = new boost::asio::io_service(1);
+  boost::asio::io_service* const handle = second;
+  station.disconnect("", nullptr, "");
+  station.connect(Station::tick, fail, zq::Queued, handle);
+  station.connect(
+      Station::tick, [&] { ++after; }, zq::Queued, handle);
+  EXPECT_EQ(2, station.emit(Station::tick));
+  std::thread own([&second] { zq::ConnectionImplCpp::defaultRunLoop_main(second, false); });
+  ASSERT_TRUE(waitFor([&] { return after == 1; }));
+  EXPECT_FALSE(handle->stopped());
+  handle->stop();
+  own.join();
+  EXPECT_EQ(handle, second) << "a loop it does not own is left to its owner";
+  EXPECT_EQ("exception caught in worker thread\n", err.str());
+  station.disconnect("", nullptr, "");
+  delete handle;
+  std::cerr.rdbuf(saved);
 }
 
-// ---- a program that used the default run loop ends cleanly --------------------------------
+// ---- repeaters ---------------------------------------------------------------------------
+
+class RepeaterTest : public ::testing::Test {
+ protected:
+  RepeaterTest() { loop.start(); }
+  // Returns once a timer on the loop that falls due `after` from now has fired: timers of one
+  // loop fire in the order they fall due, so every earlier one has fired too.
+  void waitPast(boost::posix_time::time_duration after) {
+    std::atomic<bool> fired(false);
+    boost::asio::deadline_timer marker(*loop.service(), after);
+    marker.async_wait([&](const boost::system::error_code&) { fired = true; });
+    ASSERT_TRUE(waitFor([&] { return fired.load(); }));
+  }
+  zq::RunLoop loop;
+};
+
+TEST_F(RepeaterTest, ARecordIsListedOnlyWhenItsFirstTimeFitsAndNeverEmits) {
+  Station station;
+  std::atomic<int> calls(0);
+  station.connect("tick", [&] { ++calls; });
+  boost::asio::io_service* const on = loop.service();
+  const auto now = boost::posix_time::microsec_clock::universal_time();
+  station.repeatSignal("tick", nullptr, milliseconds(5), 0, on);
+  station.repeatSignal("tick", nullptr, milliseconds(5), -4, on);
+  station.repeatSignal("tick", nullptr, milliseconds(50), now + milliseconds(10), on);
+  station.repeatSignal("tick", nullptr, milliseconds(5), milliseconds(4), on);
+  EXPECT_EQ(0u, station.countRepeaters("")) << "spent before the first time: nothing scheduled";
+
+  station.repeatSignal("tick", nullptr, milliseconds(5), 3, on);
+  station.repeatSignal("tick", nullptr, milliseconds(5), milliseconds(20), on);
+  station.repeatSignal("tick", nullptr, milliseconds(5), now + milliseconds(30), on);
+  EXPECT_EQ(3u, station.countRepeaters("tick"));
+  waitPast(milliseconds(60));
+  EXPECT_EQ(0, calls.load()) << "a repeater has no connection of its own and emits nothing";
+  EXPECT_EQ(3u, station.countRepeaters("tick")) << "records stay listed after their timers ran";
+}
+
+TEST_F(RepeaterTest, StopRepeatSignalEndsThatNameOnlyAndAWaitOutlivesItsPublisher) {
+  auto station = std::make_unique<Station>();
+  zq::GuardedPtr<SignalPublisher> ptr = station->getPtr();
+  station->repeatSignal("tick", nullptr, hours(1), 5, loop.service());
+  station->repeatSignal("reading", zq::makeArguments(std::string("x"), 7), hours(1), 5, loop.service());
+  station->repeatSignal("tick", nullptr, hours(1), 5, loop.service());
+  station->stopRepeatSignal("tick");
+  EXPECT_EQ(0u, station->countRepeaters("tick"));
+  EXPECT_EQ(1u, station->countRepeaters("reading"));
+  station->cleanUp();
+  EXPECT_EQ(0u, station->countRepeaters(""));
+
+  station->repeatSignal("tick", nullptr, hours(1), 1, nullptr);  // waits on the default loop
+  station->repeatSignal("tick", nullptr, hours(1), 5, loop.service());
+  EXPECT_EQ(2u, station->countRepeaters("tick"));
+  station.reset();  // cancels the waits; their handlers run after the object is gone
+  waitPast(milliseconds(0));
+  EXPECT_TRUE(waitFor([&] { return ptr.getCounter()->pointerCount() == 1u; })) << "the handlers let go of their copies";
+}
+
+// ---- a program that used the default run loop ends cleanly -------------------------------
 
 std::atomic<int> g_delivered(0);
 
 // Returns from the test, and so from main, with the default run loop busy: frames queued and
 // in delivery, a delayed frame and a repeater waiting. Nothing stops the loop.
 TEST(RunLoopExitChild, DISABLED_ReturnsWithFramesPending) {
-  static Sensor* const sensor = new Sensor();  // lives to the end, as its frames do
-  sensor->connect(
-      Sensor::reading,
+  static Station* const station = new Station();  // lives to the end, as its frames do
+  station->connect(
+      Station::reading,
       [](const std::string&, int) {
         ++g_delivered;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
       },
       zq::Queued);
-  sensor->connect(Sensor::reading, [](const std::string&) { ++g_delivered; });
-  sensor->emitAfter(1000.0f, Sensor::reading, "later", 0);
-  sensor->repeatSignal("reading", zq::makeArguments(std::string("again"), 1), boost::posix_time::hours(1), 3);
-  for (int i = 0; i < 500; ++i) sensor->emit(Sensor::reading, "now", i);
+  station->connect(Station::reading, [](const std::string&) { ++g_delivered; });
+  station->emitAfter(1000.0f, Station::reading, "later", 0);
+  station->repeatSignal("reading", zq::makeArguments(std::string("again"), 1), hours(1), 3);
+  for (int i = 0; i < 500; ++i) station->emit(Station::reading, "now", i);
   ASSERT_TRUE(waitFor([] { return g_delivered > 510; }));
 }
 

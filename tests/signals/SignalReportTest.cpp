@@ -1,5 +1,7 @@
 #include <zq/signals/SignalPublisher.h>
 
+#include "tests/signals/Station.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,35 +13,11 @@
 namespace {
 
 using zq::SignalPublisher;
-
-class Station : public SignalPublisher {
- public:
-  Station() {
-    declareSignal<std::string, int>("reading");
-    declareSignal<>("tick");
-  }
-  ~Station() override { resetPtr(); }
-};
-
-// A connection with a fixed receiver and name, whose answer to the type check can be turned.
-struct Probe : zq::ConnectionImplCpp {
-  Probe(const void* receiver, const char* slot, zq::ConnectionType type, std::function<void()> body = {})
-      : ConnectionImplCpp(receiver, slot, type, nullptr), m_body(std::move(body)) {}
-  void call_slot(std::shared_ptr<zq::ArgumentVector>) override {
-    if (m_body) m_body();
-  }
-  bool is_call_compatible(const zq::SignalDeclaration&) const override { return compatible; }
-  std::function<void()> m_body;
-  bool compatible = true;
-};
+using zq::test::address;
+using zq::test::Probe;
+using zq::test::Station;
 
 const void* const kReceiver = reinterpret_cast<const void*>(0x10);
-
-std::string address(const void* p) {
-  std::ostringstream os;
-  print_address(os, p);
-  return os.str();
-}
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
@@ -62,7 +40,7 @@ TEST(SignalReportTest, APublisherReportsDeclarationsAndConnectionsWordForWord) {
   const std::vector<std::string> lines = linesOf(os.str());
   ASSERT_EQ(15u, lines.size()) << os.str();
   EXPECT_EQ("---- SignalPublisher Info ----", lines[0]);
-  EXPECT_EQ("(anonymous namespace)::Station@" + address(&station), lines[1]);
+  EXPECT_EQ("zq::test::Station@" + address(&station), lines[1]);
   EXPECT_EQ("--   Declared Signals       --", lines[2]);
   // Declarations come in the table's own order.
   std::vector<std::string> declared(lines.begin() + 3, lines.begin() + 6);
@@ -84,18 +62,15 @@ TEST(SignalReportTest, APublisherReportsDeclarationsAndConnectionsWordForWord) {
   EXPECT_EQ(std::string(31, '-') + "\n", os.str().substr(os.str().size() - 32));
 }
 
-TEST(SignalReportTest, APublisherWithoutConnectionsClosesAtOnce) {
-  SignalPublisher plain;
-  std::ostringstream os;
-  plain.printDebugInfo(os);
-  EXPECT_EQ("---- SignalPublisher Info ----\nzq::SignalPublisher@" + address(&plain) +
-                "\n--   Declared Signals       --\ndestroyed\t(SignalPublisher*)\n" + std::string(31, '-') + "\n",
-            os.str());
-}
-
-TEST(SignalReportTest, MovedConnectionsWithoutDeclarationBreakTheReportOff) {
+TEST(SignalReportTest, APlainPublisherClosesAtOnceAndMovedConnectionsBreakItsReportOff) {
   Station station;
   SignalPublisher plain;
+  std::ostringstream empty;
+  plain.printDebugInfo(empty);
+  EXPECT_EQ("---- SignalPublisher Info ----\nzq::SignalPublisher@" + address(&plain) +
+                "\n--   Declared Signals       --\ndestroyed\t(SignalPublisher*)\n" + std::string(31, '-') + "\n",
+            empty.str());
+
   station.connect("reading", std::make_shared<Probe>(kReceiver, "onReading", zq::Direct), 1);
   station.moveConnectionsTo(plain);
   std::ostringstream os;
@@ -130,13 +105,11 @@ TEST(SignalReportTest, TheCallStackShowsEveryFrameWithArgumentsCutAt80) {
   const std::string args = " (std::string '" + std::string(80, 'x') + "...)\n";
   const std::vector<std::string> lines = linesOf(os.str());
   ASSERT_EQ(6u, lines.size()) << os.str();
-  EXPECT_EQ("(anonymous namespace)::Station@" + address(&source) + " emits reading" + args.substr(0, args.size() - 1),
-            lines[0]);
+  EXPECT_EQ("zq::test::Station@" + address(&source) + " emits reading" + args.substr(0, args.size() - 1), lines[0]);
   EXPECT_EQ(0u, lines[1].find("  through zq::ConnectionImplForward@0x")) << lines[1];
-  EXPECT_EQ("  direct to forwards to (anonymous namespace)::Station@" + address(&target) + "::reading", lines[2]);
-  EXPECT_EQ("(anonymous namespace)::Station@" + address(&target) + " emits reading" + args.substr(0, args.size() - 1),
-            lines[3]);
-  EXPECT_EQ("  through (anonymous namespace)::Probe@" + address(printer.get()), lines[4]);
+  EXPECT_EQ("  direct to forwards to zq::test::Station@" + address(&target) + "::reading", lines[2]);
+  EXPECT_EQ("zq::test::Station@" + address(&target) + " emits reading" + args.substr(0, args.size() - 1), lines[3]);
+  EXPECT_EQ("  through zq::test::Probe@" + address(printer.get()), lines[4]);
   EXPECT_EQ("  direct to void*@0x10::onReading(...)", lines[5]);
   EXPECT_EQ(80, precisionAfter) << "the precision stays set";
 
@@ -144,8 +117,7 @@ TEST(SignalReportTest, TheCallStackShowsEveryFrameWithArgumentsCutAt80) {
   os.str("");
   target.connect("tick", printer, 1);
   target.emitSignal("tick", nullptr);
-  EXPECT_EQ("(anonymous namespace)::Station@" + address(&target) +
-                " emits tick  through (anonymous namespace)::Probe@" + address(printer.get()) +
+  EXPECT_EQ("zq::test::Station@" + address(&target) + " emits tick  through zq::test::Probe@" + address(printer.get()) +
                 "\n  direct to void*@0x10::onReading(...)\n",
             os.str());
 
