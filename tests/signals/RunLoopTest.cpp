@@ -9,8 +9,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -49,6 +51,100 @@ TEST(RunLoopTest, AWorkerEmitsAndTheLoopDeliversOnTheThreadThatRunsIt) {
   EXPECT_EQ("reading pressure=1013", seen);
   EXPECT_TRUE(loop.stopped());
   loop.run();  // a stopped loop stays stopped: returns at once
+}
+
+// Waits until every handler posted to `loop` before this call has run (one thread: in order).
+void drain(boost::asio::io_service* loop) {
+  std::atomic<bool> done(false);
+  loop->post([&] { done = true; });
+  ASSERT_TRUE(waitFor([&] { return done.load(); }));
+}
+
+// Frames wait on loops that do not serve yet; one loop then serves, the other is destroyed.
+TEST(QueuedDeliveryTest, AFrameDeliveredAfterDisconnectCallsNothingAndAnEndedLoopDropsItsFrames) {
+  Station station;
+  std::atomic<int> calls(0);
+  zq::RunLoop loop;
+  auto idle = std::make_unique<zq::RunLoop>();
+  auto arguments = zq::makeArguments(std::string("x"), 1);
+  for (zq::RunLoop* l : {&loop, idle.get()})
+    station.connect(
+        Station::tick, [&] { ++calls; }, zq::Queued, l->service());
+  EXPECT_EQ(2, station.emitSignal("tick", arguments));
+  EXPECT_EQ(3, arguments.use_count()) << "the waiting frames hold the arguments";
+  station.disconnect("tick", nullptr, "");
+  loop.start();
+  drain(loop.service());
+  EXPECT_EQ(2, arguments.use_count()) << "the delivered frame let go of the arguments";
+  idle.reset();
+  EXPECT_EQ(1, arguments.use_count());
+  EXPECT_EQ(0, calls.load());
+}
+
+// What a slot saw, written on a run loop's thread and read by the test after waiting.
+struct Seen {
+  void record(const std::string& text) {
+    std::lock_guard<std::mutex> lock(mutex);
+    thread = std::this_thread::get_id();
+    type = SignalPublisher::currentSignalType();
+    value = text;
+    at = std::chrono::steady_clock::now();
+    ++calls;
+  }
+  int count() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return calls;
+  }
+  std::mutex mutex;
+  std::thread::id thread;
+  zq::ConnectionType type = zq::Disconnected;
+  std::string value;
+  std::chrono::steady_clock::time_point at;
+  int calls = 0;
+};
+
+TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
+  Station station;
+  Seen direct, blocking;
+  station.connect(Station::reading, [&](const std::string& t, int) { direct.record(t); });
+  station.connect(
+      Station::reading, [&](const std::string& t, int) { blocking.record(t); }, zq::Blocking);
+
+  EXPECT_EQ(1, station.emitAfter(0.0f, Station::reading, "now", 0)) << "Blocking declines and is not counted";
+  EXPECT_EQ(0, blocking.count());
+  EXPECT_EQ(std::this_thread::get_id(), direct.thread);
+
+  // Under a second: at once, yet on the default loop, for every kind, Blocking included; so for a NaN.
+  EXPECT_EQ(2, station.emitAfter(0.5f, Station::reading, "half", 0));
+  ASSERT_TRUE(waitFor([&] { return direct.count() == 2 && blocking.count() == 1; }));
+  EXPECT_NE(std::this_thread::get_id(), direct.thread);
+  EXPECT_EQ(2, station.emitAfter(std::nanf(""), Station::reading, "nan", 0));
+  ASSERT_TRUE(waitFor([&] { return direct.count() == 3; }));
+
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(2, station.emitAfter(2.5f, Station::reading, "later", 0));
+  ASSERT_TRUE(waitFor([&] { return direct.count() == 4; }));
+  std::lock_guard<std::mutex> lock(direct.mutex);
+  EXPECT_EQ("later", direct.value);
+  EXPECT_GE(direct.at - before, std::chrono::milliseconds(1900));
+  EXPECT_LT(direct.at - before, std::chrono::milliseconds(2450)) << "2.5 is cut to 2 seconds";
+  EXPECT_EQ(zq::Direct, direct.type);
+}
+
+TEST(QueuedDeliveryTest, HugeDelaysWaitAndNegativeOnesDoNot) {
+  zq::RunLoop loop;  // its end drops the timers still waiting, with their frames
+  loop.start();
+  Station station;
+  std::atomic<int> calls(0);
+  station.connect(
+      Station::tick, [&] { ++calls; }, zq::Direct, loop.service());
+  EXPECT_EQ(1, station.emitAfter(-3.0f, Station::tick));
+  EXPECT_EQ(1, calls.load()) << "a negative delay is no delay";
+  EXPECT_EQ(1, station.emitAfter(1e30f, Station::tick));
+  EXPECT_EQ(1, station.emitAfter(INFINITY, Station::tick));
+  drain(loop.service());
+  EXPECT_EQ(1, calls.load());
+  station.disconnect("", nullptr, "");
 }
 
 // The loop body's exact behaviour when a slot throws, on loops of the test's own.

@@ -69,7 +69,8 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
   log.clear();
   EXPECT_FALSE(station.connect("reading", &onLong));
   EXPECT_FALSE(station.connect("reading", [](const std::string&, int, int) {}));
-  EXPECT_EQ(2u, log.linesWith("type-mismatch on signal connection (reading->").size());
+  EXPECT_FALSE(station.connect("reading", [](int) {})) << "compared from the first argument";
+  EXPECT_EQ(3u, log.linesWith("type-mismatch on signal connection (reading->").size());
   EXPECT_EQ(1u, station.countConnected("reading", nullptr, ""));
 }
 
@@ -226,6 +227,66 @@ TEST_F(PublisherTest, AnExceptionFromADirectSlotLeavesItsFrameOnTheStack) {
   EXPECT_TRUE(SignalPublisher::callStack().empty());
   failed->clear();
   EXPECT_EQ(&fresh, SignalPublisher::swapStack(failed));
+}
+
+TEST(ForwardTest, AForwardReEmitsOnTheTargetCountsOnceAndAnswersForWhatIsBehindIt) {
+  Station source, target;
+  int behind = 0;
+  std::vector<SignalPublisher*> seen;
+  auto note = [&] { seen.push_back(SignalPublisher::currentPublisher().get()); };
+  target.connect(Station::tick, note);
+  target.connect("tick", &behind, note);
+  ASSERT_TRUE(source.forward(Station::tick, target.getPtr(), zq::Queued));
+  EXPECT_EQ(1, source.emit(Station::tick)) << "one forward, whatever the target has behind it";
+  EXPECT_EQ((std::vector<SignalPublisher*>{&target, &target}), seen) << "at once, whatever the forward's kind";
+  EXPECT_TRUE(source.isConnected("tick", &behind, ""));
+  EXPECT_FALSE(source.isConnected("tick", &target, "tick")) << "a forward does not answer for itself";
+  EXPECT_EQ(1u, source.countConnected("tick", &behind, ""));
+}
+
+TEST(ForwardTest, DeclarationsCarryOverAndUndeclaredSourcesStillAnswerTrue) {
+  Station source;
+  auto target = std::make_unique<SignalPublisher>();
+  zq::test::LogCapture log;
+  ASSERT_TRUE(source.forward("reading", target->getPtr(), "measured"));
+  const zq::SignalDeclaration& copied = target->signalDeclaration("measured");
+  ASSERT_EQ(3u, copied.size());
+  EXPECT_STREQ("measured", copied[0].second);
+  EXPECT_TRUE(SignalPublisher::matchesType(copied[1], zq::ArgumentTraits<std::string>::type()));
+
+  EXPECT_TRUE(source.forward("undeclared", target->getPtr(), zq::Direct)) << "true although connect refused";
+  EXPECT_EQ(1u, log.linesWith("connecting an undeclared signal (undeclared).").size());
+  EXPECT_FALSE(source.isConnected("undeclared", nullptr, ""));
+  EXPECT_FALSE(target->isDeclared("undeclared"));
+
+  const zq::SignalDeclaration declarations[] = {zq::makeDeclaration<>("tick"), zq::makeDeclaration<int>("count"),
+                                                zq::SignalDeclaration()};
+  source.forward(declarations, target->getPtr(), zq::Direct);
+  EXPECT_TRUE(source.isConnected("tick", nullptr, ""));
+  EXPECT_TRUE(target->isDeclared("tick"));
+  target->resetPtr();
+}
+
+TEST(ForwardTest, AForwardToADeadTargetAnswersFalseToEverything) {
+  Station source;
+  auto target = std::make_unique<Station>();
+  int receiver = 0;
+  target->connect("tick", &receiver, [] {});
+  ASSERT_TRUE(source.forward("tick", target->getPtr()));
+  zq::ConnectionImplForward forward(target->getPtr(), "tick", zq::Direct);
+  std::ostringstream live;
+  forward.print_debug_info(live);
+  EXPECT_EQ("forwards to zq::test::Station@" + zq::test::address(target.get()) + "::tick", live.str());
+
+  target.reset();
+  EXPECT_EQ(0, source.emit(Station::tick));
+  EXPECT_FALSE(source.isConnected("tick", &receiver, ""));
+  EXPECT_EQ(0u, source.countConnected("tick", &receiver, ""));
+  EXPECT_EQ(1u, source.countConnected("tick", nullptr, "")) << "an unnamed query counts the row itself";
+  EXPECT_FALSE(forward.is_call_compatible(zq::makeDeclaration<>("tick")));
+  live.str("");
+  forward.print_debug_info(live);
+  EXPECT_EQ("forwards to ::tick", live.str());
 }
 
 TEST(SignalPublisherLifeTest, ResetPtrKeepsEarlierGuardsAndDestroyedReachesADirectSlot) {

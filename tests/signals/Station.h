@@ -31,8 +31,6 @@ struct Probe : ConnectionImplCpp {
     if (body) body();
   }
   bool is_call_compatible(const SignalDeclaration&) const override { return compatible; }
-  using ConnectionImplCpp::is_call_compatible;
-  using ConnectionImplCpp::isConnected;
   std::function<void()> body;
   int calls = 0;
   bool compatible = true;
