@@ -164,14 +164,12 @@ TEST(RunLoopTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
   station.disconnect("", nullptr, "");
   zq::RunLoop loop;
   int after = 0;
+  auto last = [&] {
+    ++after;
+    loop.stop();
+  };
   station.connect(Station::tick, fail, zq::Queued, loop.service());
-  station.connect(
-      Station::tick,
-      [&] {
-        ++after;
-        loop.stop();
-      },
-      zq::Queued, loop.service());
+  station.connect(Station::tick, last, zq::Queued, loop.service());
   EXPECT_EQ(2, station.emit(Station::tick));
   std::thread([&] { loop.run(); }).join();
   EXPECT_EQ(1, after);
@@ -183,47 +181,38 @@ TEST(RunLoopTest, AThrowingSlotEndsAnOwnedLoopUnlessMoreIsPending) {
 
 // ---- repeaters ---------------------------------------------------------------------------
 
-class RepeaterTest : public ::testing::Test {
- protected:
-  RepeaterTest() { loop.start(); }
-  // Returns once a timer on the loop that falls due `after` from now has fired: timers of one
-  // loop fire in the order they fall due, so every earlier one has fired too.
-  void waitPast(boost::posix_time::time_duration after) {
-    std::atomic<bool> fired(false);
-    boost::asio::deadline_timer marker(*loop.service(), after);
-    marker.async_wait([&](const boost::system::error_code&) { fired = true; });
-    ASSERT_TRUE(waitFor([&] { return fired.load(); }));
-  }
-  zq::RunLoop loop;
-};
-
-TEST_F(RepeaterTest, ARecordIsListedOnlyWhenItsFirstTimeFitsAndNeverEmits) {
-  Station station;
-  std::atomic<int> calls(0);
-  station.connect("tick", [&] { ++calls; });
-  boost::asio::io_service* const on = loop.service();
-  const auto now = boost::posix_time::microsec_clock::universal_time();
-  station.repeatSignal("tick", nullptr, milliseconds(5), 0, on);
-  station.repeatSignal("tick", nullptr, milliseconds(5), -4, on);
-  station.repeatSignal("tick", nullptr, milliseconds(50), now + milliseconds(10), on);
-  station.repeatSignal("tick", nullptr, milliseconds(5), milliseconds(4), on);
-  EXPECT_EQ(0u, station.countRepeaters("")) << "spent before the first time: nothing scheduled";
-
-  station.repeatSignal("tick", nullptr, milliseconds(5), 3, on);
-  station.repeatSignal("tick", nullptr, milliseconds(5), milliseconds(20), on);
-  station.repeatSignal("tick", nullptr, milliseconds(5), now + milliseconds(30), on);
-  EXPECT_EQ(3u, station.countRepeaters("tick"));
-  waitPast(milliseconds(60));
-  EXPECT_EQ(0, calls.load()) << "a repeater has no connection of its own and emits nothing";
-  EXPECT_EQ(3u, station.countRepeaters("tick")) << "records stay listed after their timers ran";
+// Returns once a timer on `loop` due `after` from now has fired: timers of one loop fire in
+// the order they fall due, so every earlier one has fired too.
+void waitPast(zq::RunLoop& loop, boost::posix_time::time_duration after) {
+  std::atomic<bool> fired(false);
+  boost::asio::deadline_timer marker(*loop.service(), after);
+  marker.async_wait([&](const boost::system::error_code&) { fired = true; });
+  ASSERT_TRUE(waitFor([&] { return fired.load(); }));
 }
 
-TEST_F(RepeaterTest, StopRepeatSignalEndsThatNameOnlyAndAWaitOutlivesItsPublisher) {
+TEST(RepeaterTest, ARecordIsListedOnlyWhenItsFirstTimeFitsNeverEmitsAndEndsByName) {
+  zq::RunLoop loop;
+  loop.start();
+  boost::asio::io_service* const on = loop.service();
   auto station = std::make_unique<Station>();
   zq::GuardedPtr<SignalPublisher> ptr = station->getPtr();
-  station->repeatSignal("tick", nullptr, hours(1), 5, loop.service());
-  station->repeatSignal("reading", zq::makeArguments(std::string("x"), 7), hours(1), 5, loop.service());
-  station->repeatSignal("tick", nullptr, hours(1), 5, loop.service());
+  std::atomic<int> calls(0);
+  station->connect("tick", [&] { ++calls; });
+  const auto now = boost::posix_time::microsec_clock::universal_time();
+  station->repeatSignal("tick", nullptr, milliseconds(5), 0, on);
+  station->repeatSignal("tick", nullptr, milliseconds(5), -4, on);
+  station->repeatSignal("tick", nullptr, milliseconds(50), now + milliseconds(10), on);
+  station->repeatSignal("tick", nullptr, milliseconds(5), milliseconds(4), on);
+  EXPECT_EQ(0u, station->countRepeaters("")) << "spent before the first time: nothing scheduled";
+
+  station->repeatSignal("tick", nullptr, milliseconds(5), 3, on);
+  station->repeatSignal("tick", nullptr, milliseconds(5), milliseconds(20), on);
+  station->repeatSignal("tick", nullptr, milliseconds(5), now + milliseconds(30), on);
+  station->repeatSignal("reading", zq::makeArguments(std::string("x"), 7), hours(1), 5, on);
+  EXPECT_EQ(3u, station->countRepeaters("tick"));
+  waitPast(loop, milliseconds(60));
+  EXPECT_EQ(0, calls.load()) << "a repeater has no connection of its own and emits nothing";
+  EXPECT_EQ(3u, station->countRepeaters("tick")) << "records stay listed after their timers ran";
   station->stopRepeatSignal("tick");
   EXPECT_EQ(0u, station->countRepeaters("tick"));
   EXPECT_EQ(1u, station->countRepeaters("reading"));
@@ -231,10 +220,9 @@ TEST_F(RepeaterTest, StopRepeatSignalEndsThatNameOnlyAndAWaitOutlivesItsPublishe
   EXPECT_EQ(0u, station->countRepeaters(""));
 
   station->repeatSignal("tick", nullptr, hours(1), 1, nullptr);  // waits on the default loop
-  station->repeatSignal("tick", nullptr, hours(1), 5, loop.service());
+  station->repeatSignal("tick", nullptr, hours(1), 5, on);
   EXPECT_EQ(2u, station->countRepeaters("tick"));
   station.reset();  // cancels the waits; their handlers run after the object is gone
-  waitPast(milliseconds(0));
   EXPECT_TRUE(waitFor([&] { return ptr.getCounter()->pointerCount() == 1u; })) << "the handlers let go of their copies";
 }
 
