@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -29,26 +30,21 @@ using zq::test::waitFor;
 TEST(RunLoopTest, AWorkerEmitsAndTheLoopDeliversOnTheThreadThatRunsIt) {
   Station station;
   zq::RunLoop loop;
-  std::thread::id deliveredOn;
-  SignalPublisher* publisher = nullptr;
+  const std::thread::id main = std::this_thread::get_id();
   std::string seen;
-  ASSERT_TRUE(station.connect(
-      Station::reading,
-      [&](const std::string& name, int value) {
-        deliveredOn = std::this_thread::get_id();
-        publisher = SignalPublisher::currentPublisher().get();
-        seen = SignalPublisher::currentSignal() + " " + name + "=" + std::to_string(value);
-        EXPECT_EQ(zq::Queued, SignalPublisher::currentSignalType());
-        loop.stop();
-      },
-      zq::Queued, loop.service()));
+  auto slot = [&](const std::string& name, int value) {
+    seen = std::string(std::this_thread::get_id() == main ? "here " : "elsewhere ") + SignalPublisher::currentSignal() +
+           " " + name + "=" + std::to_string(value);
+    EXPECT_EQ(&station, SignalPublisher::currentPublisher().get());
+    EXPECT_EQ(zq::Queued, SignalPublisher::currentSignalType());
+    loop.stop();
+  };
+  ASSERT_TRUE(station.connect(Station::reading, slot, zq::Queued, loop.service()));
   std::thread worker(
       [&] { EXPECT_EQ(1, station.emit(Station::reading, "pressure", 1013)) << "a posted frame counts"; });
   loop.run();
   worker.join();
-  EXPECT_EQ(std::this_thread::get_id(), deliveredOn);
-  EXPECT_EQ(&station, publisher);
-  EXPECT_EQ("reading pressure=1013", seen);
+  EXPECT_EQ("here reading pressure=1013", seen);
   EXPECT_TRUE(loop.stopped());
   loop.run();  // a stopped loop stays stopped: returns at once
 }
@@ -92,54 +88,40 @@ TEST(QueuedDeliveryTest, FramesDeliveredAfterDisconnectCallNothingAndAnEndedLoop
   station.disconnect("", nullptr, "");
 }
 
-// What a slot saw, written on a run loop's thread and read by the test after waiting.
-struct Seen {
-  void record(const std::string& text) {
-    std::lock_guard<std::mutex> lock(mutex);
-    thread = std::this_thread::get_id();
-    type = SignalPublisher::currentSignalType();
-    value = text;
-    at = std::chrono::steady_clock::now();
-    ++calls;
-  }
-  int count() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return calls;
-  }
-  std::mutex mutex;
-  std::thread::id thread;
-  zq::ConnectionType type = zq::Disconnected;
-  std::string value;
-  std::chrono::steady_clock::time_point at;
-  int calls = 0;
-};
-
 TEST(QueuedDeliveryTest, DelaysGoThroughATimerOnTheLoopCutToWholeSeconds) {
   Station station;
-  Seen direct, blocking;
-  station.connect(Station::reading, [&](const std::string& t, int) { direct.record(t); });
+  const std::thread::id main = std::this_thread::get_id();
+  std::mutex mutex;
+  std::vector<std::string> direct;  // what each call saw: text, thread and kind
+  std::chrono::steady_clock::time_point at;
+  std::atomic<int> blocking(0);
+  station.connect(Station::reading, [&](const std::string& text, int) {
+    std::lock_guard<std::mutex> lock(mutex);
+    const bool directKind = SignalPublisher::currentSignalType() == zq::Direct;
+    direct.push_back(text + (std::this_thread::get_id() == main ? " here" : " loop") + (directKind ? "" : " ?"));
+    at = std::chrono::steady_clock::now();
+  });
   station.connect(
-      Station::reading, [&](const std::string& t, int) { blocking.record(t); }, zq::Blocking);
+      Station::reading, [&](const std::string&, int) { ++blocking; }, zq::Blocking);
+  auto seen = [&] {
+    std::lock_guard<std::mutex> lock(mutex);
+    return direct;
+  };
 
   EXPECT_EQ(1, station.emitAfter(0.0f, Station::reading, "now", 0)) << "Blocking declines and is not counted";
-  EXPECT_EQ(0, blocking.count());
-  EXPECT_EQ(std::this_thread::get_id(), direct.thread);
-
+  EXPECT_EQ(0, blocking.load());
   // Under a second: at once, yet on the default loop, for every kind, Blocking included; so for a NaN.
   EXPECT_EQ(2, station.emitAfter(0.5f, Station::reading, "half", 0));
-  ASSERT_TRUE(waitFor([&] { return direct.count() == 2 && blocking.count() == 1; }));
-  EXPECT_NE(std::this_thread::get_id(), direct.thread);
+  ASSERT_TRUE(waitFor([&] { return seen().size() == 2 && blocking == 1; }));
   EXPECT_EQ(2, station.emitAfter(std::nanf(""), Station::reading, "nan", 0));
-  ASSERT_TRUE(waitFor([&] { return direct.count() == 3; }));
-
+  ASSERT_TRUE(waitFor([&] { return seen().size() == 3; }));
   const auto before = std::chrono::steady_clock::now();
   EXPECT_EQ(2, station.emitAfter(2.5f, Station::reading, "later", 0));
-  ASSERT_TRUE(waitFor([&] { return direct.count() == 4; }));
-  std::lock_guard<std::mutex> lock(direct.mutex);
-  EXPECT_EQ("later", direct.value);
-  EXPECT_GE(direct.at - before, std::chrono::milliseconds(1900));
-  EXPECT_LT(direct.at - before, std::chrono::milliseconds(2450)) << "2.5 is cut to 2 seconds";
-  EXPECT_EQ(zq::Direct, direct.type);
+  ASSERT_TRUE(waitFor([&] { return seen().size() == 4; }));
+  EXPECT_EQ((std::vector<std::string>{"now here", "half loop", "nan loop", "later loop"}), seen());
+  std::lock_guard<std::mutex> lock(mutex);
+  EXPECT_GE(at - before, std::chrono::milliseconds(1900));
+  EXPECT_LT(at - before, std::chrono::milliseconds(2450)) << "2.5 is cut to 2 seconds";
 }
 
 // The loop body's exact behaviour when a slot throws, on loops of the test's own.
