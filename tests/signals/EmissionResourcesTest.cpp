@@ -1,7 +1,6 @@
 // What an emission holds and lets go of: frames reused from one emission to the next must
 // leave nothing behind, and memory made on one thread and freed on another must come back
 // whole.
-#include <zq/signals/SignalPublisher.h>
 #include <zq/signals/internal/SignalMemory.h>
 
 #include "tests/signals/Station.h"
@@ -12,9 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 

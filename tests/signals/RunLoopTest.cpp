@@ -1,5 +1,4 @@
 #include <zq/signals/RunLoop.h>
-#include <zq/signals/SignalPublisher.h>
 
 #include "tests/signals/Station.h"
 #include "tests/support/ChildProcess.h"
@@ -11,11 +10,8 @@
 #include <chrono>
 #include <cmath>
 #include <iostream>
-#include <memory>
 #include <mutex>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 

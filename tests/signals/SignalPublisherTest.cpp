@@ -1,14 +1,10 @@
-#include <zq/signals/SignalPublisher.h>
-
 #include "tests/signals/Station.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -61,7 +57,6 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
   // Disconnecting by receiver and slot takes out exactly that slot.
   station.disconnect("reading", &display, &Display::show);
   EXPECT_FALSE(station.isConnected("reading", &display, zq::internal::memberSlotName(&Display::show)));
-  EXPECT_TRUE(station.isConnected("reading", &display, ""));
   station.disconnectFrom(&display, "");
   station.disconnect("reading", &onReading);
   EXPECT_EQ(1u, station.countConnected("", nullptr, ""));
@@ -77,7 +72,6 @@ TEST(SignalPublisherTest, ClientConnectsMembersFunctionsAndLambdasAndEmitsTypedV
 TEST(SignalPublisherTest, DeclarationsAndTheirChecks) {
   const zq::TypePair a("A", "a"), b("B", "b");
   Station t;
-  EXPECT_TRUE(t.isDeclared("destroyed")) << "every publisher declares it";
   t.declareSignal(SignalPublisher::createDeclaration("reading", a));
   EXPECT_EQ(2u, t.signalDeclaration("reading").size()) << "a second declaration replaces the first";
 

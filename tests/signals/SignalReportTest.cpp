@@ -1,13 +1,9 @@
-#include <zq/signals/SignalPublisher.h>
-
 #include "tests/signals/Station.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 namespace {
