@@ -18,13 +18,11 @@ const std::string kSleeps = "Async function call thread sleeps";
 TEST_F(CallTest, FailingCallsAreLoggedAndTheThreadGoesOn) {
   CallOwner owner;
   LogCapture log;
-  std::atomic<bool> lastRan(false);
   const Call::time_point base = Clock::now();
   owner.asyncCall([] { throw std::runtime_error("not in the log"); }, base);
   owner.asyncCall(std::function<void()>(), base + 1ns);
   owner.asyncCall([] { throw 42; }, base + 2ns);
-  owner.asyncCall([&] { lastRan = true; }, base + 3ns);
-  ASSERT_TRUE(waitFor([&] { return lastRan.load(); }));
+  drainQueue();  // runs once the thread has gone past them
   const auto failed = testing::EndsWith("WARNING  [zq::CallThread::run] Async function call failed");
   EXPECT_THAT(log.linesWith("failed"), ElementsAre(failed, failed, failed));
 }
