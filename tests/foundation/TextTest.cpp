@@ -10,58 +10,36 @@ namespace zq {
 namespace {
 
 TEST(TextTest, ConversionsKeepLengthAndEmbeddedNulls) {
-  EXPECT_TRUE(convert(std::wstring()).empty());
-  EXPECT_TRUE(wconvert(std::string()).empty());
-
+  EXPECT_TRUE(convert(std::wstring()).empty() && wconvert(std::string()).empty());
   const std::wstring wide(L"a\0b", 3);
   const std::string narrow = convert(wide);
-  ASSERT_EQ(3u, narrow.size());
-  EXPECT_EQ('a', narrow[0]);
-  EXPECT_EQ('\0', narrow[1]);
-  EXPECT_EQ('b', narrow[2]);
+  EXPECT_EQ(std::string("a\0b", 3), narrow);
   EXPECT_EQ(wide, wconvert(narrow));
-
-  // By pointer, the terminator ends the text.
-  EXPECT_EQ("a", convert(wide.c_str()));
+  EXPECT_EQ("a", convert(wide.c_str())) << "by pointer, the terminator ends the text";
   EXPECT_EQ(L"a", wconvert(narrow.c_str()));
-
-  EXPECT_EQ('x', convert(L'x'));
-  EXPECT_EQ(L'x', wconvert('x'));
-  EXPECT_EQ(wconvert(std::string("mixed Text 123")), tconvert(std::string("mixed Text 123")));
-  EXPECT_EQ(wconvert("literal"), tconvert("literal"));
+  EXPECT_TRUE(convert(L'x') == 'x' && wconvert('x') == L'x');
+  EXPECT_EQ(L"Text 123", tconvert(std::string("Text 123")));
+  EXPECT_EQ(L"literal", tconvert("literal"));
 }
 
 TEST(TextTest, UnrepresentableCharactersBecomeOneQuestionMarkEach) {
-  const std::wstring wide = L"gr\u00FC\u00DF \u4E16\u754C \U0001F600!";
-  const std::string narrow = convert(wide);
-  EXPECT_EQ(wide.size(), narrow.size());
-  EXPECT_EQ("gr?? ?? ?!", narrow);
+  EXPECT_EQ("gr?? ?? ?!", convert(std::wstring(L"gr\u00FC\u00DF \u4E16\u754C \U0001F600!")));
   EXPECT_EQ('?', convert(L'\u20AC'));
 }
 
 TEST(TextTest, IdentityOverloadsReturnTheSameObject) {
   std::string s = "abc";
-  const std::string& cs = s;
   std::wstring w = L"abc";
-  const std::wstring& cw = w;
-  EXPECT_EQ(&s, &convert(s));
-  EXPECT_EQ(&cs, &convert(cs));
-  EXPECT_EQ(&w, &wconvert(w));
-  EXPECT_EQ(&cw, &tconvert(cw));
   char c = 'c';
   wchar_t wc = L'c';
-  EXPECT_EQ(&c, &convert(c));
-  EXPECT_EQ(&wc, &tconvert(wc));
-
-  EXPECT_EQ(&emptyString(), &emptyString());
-  EXPECT_TRUE(emptyString().empty());
+  EXPECT_TRUE(&s == &convert(s) && &s == &convert(static_cast<const std::string&>(s)));
+  EXPECT_TRUE(&w == &wconvert(w) && &w == &tconvert(static_cast<const std::wstring&>(w)));
+  EXPECT_TRUE(&c == &convert(c) && &wc == &tconvert(wc));
+  EXPECT_TRUE(&emptyString() == &emptyString() && emptyString().empty());
 }
 
 TEST(TextTest, AbsoluteValueInTwosComplement) {
-  EXPECT_EQ(5LL, math::abs(-5LL));
-  EXPECT_EQ(5LL, math::abs(5LL));
-  EXPECT_EQ(0LL, math::abs(0LL));
-  EXPECT_EQ(LLONG_MAX, math::abs(-LLONG_MAX));
+  EXPECT_TRUE(math::abs(-5LL) == 5 && math::abs(5LL) == 5 && math::abs(-LLONG_MAX) == LLONG_MAX);
   EXPECT_EQ(LLONG_MIN, math::abs(LLONG_MIN));
 }
 
@@ -76,33 +54,23 @@ TEST(TextTest, MixedWidthStreamOperatorsHonourFormatting) {
   EXPECT_EQ("   xy?", narrow.str());
 
   std::istringstream words("first second");
-  std::wstring w1, w2, w3;
-  words >> w1 >> w2;
-  EXPECT_EQ(L"first", w1);
-  EXPECT_EQ(L"second", w2);
-  w3 = L"stale";
-  words >> w3;
-  EXPECT_TRUE(words.fail());
-  EXPECT_EQ(L"", w3);
+  std::wstring w1, w2, w3 = L"stale";
+  words >> w1 >> w2 >> w3;
+  EXPECT_TRUE(w1 == L"first" && w2 == L"second" && w3.empty() && words.fail());
 
   std::wistringstream wideWords(L"  one two");
   std::string n1, n2;
   wideWords >> n1 >> n2;
-  EXPECT_EQ("one", n1);
-  EXPECT_EQ("two", n2);
+  EXPECT_TRUE(n1 == "one" && n2 == "two");
 }
 
 TEST(TextTest, CopyingReadyWideInputCopiesEverythingBufferedInBlocks) {
   const std::wstring text(700, L'x');
-  std::wistringstream in(text + L"END");
-  std::wostringstream out;
+  std::wistringstream in(text + L"END"), empty;
+  std::wostringstream out, untouched(L"kept", std::ios_base::ate);
   out << in;
-  EXPECT_EQ(text + L"END", out.str());
-
-  std::wistringstream empty;
-  std::wostringstream untouched(L"kept");
-  untouched.seekp(0, std::ios_base::end);
   untouched << empty;
+  EXPECT_EQ(text + L"END", out.str());
   EXPECT_EQ(L"kept", untouched.str());
 }
 

@@ -25,24 +25,7 @@ TEST_F(CallTest, RunsInDueTimeOrderRegardlessOfQueueingOrder) {
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 10, 30}), order);
 }
 
-TEST_F(CallTest, SecondCallWithTheSameTimeIsRefusedAndNeverRuns) {
-  CallOwner owner;
-  std::atomic<int> first(0), refused(0);
-  {
-    Gate gate;
-    ASSERT_TRUE(gate.waitEntered());
-    const Call::time_point t = Clock::now();
-    owner.asyncCall([&] { ++first; }, t);
-    owner.asyncCall([&] { ++refused; }, t);
-    owner.appendAsyncCall([&] { ++refused; }, 0ns, kNoLimit);  // zero spacing: the same time again
-    EXPECT_EQ(1u, queueSize());
-  }
-  ASSERT_TRUE(waitFor([&] { return first == 1; }));
-  drainQueue();
-  EXPECT_EQ(0, refused.load());
-}
-
-TEST_F(CallTest, AppendPlacesBehindTheLastCallOrWithinTheLimit) {
+TEST_F(CallTest, AppendPlacesBehindTheLastCallOrWithinTheLimitAndTheSameTimeIsRefused) {
   CallOwner owner;
   Gate gate;
   ASSERT_TRUE(gate.waitEntered());
@@ -61,6 +44,10 @@ TEST_F(CallTest, AppendPlacesBehindTheLastCallOrWithinTheLimit) {
   appendAt(10ms, 5ms, 0, 5ms);  // a limit that takes effect puts the call in front
   owner.appendAsyncCall([] {}, 10ms, 2h);
   EXPECT_EQ(first + 20ms, queuedTimes().back()) << "a limit not reached changes nothing";
+
+  owner.asyncCall([] {}, first);
+  owner.appendAsyncCall([] {}, 0ns, kNoLimit);  // zero spacing: the last call's time again
+  EXPECT_EQ(4u, queueSize()) << "a second call with the same time is refused";
 }
 
 TEST_F(CallTest, CancelKeepsTheOwnerOpenUnlessClosedForGood) {
@@ -92,7 +79,7 @@ TEST_F(CallTest, CancelCallsWaitsForTheOwnersRunningCall) {
       0ns);
   ASSERT_TRUE(waitFor([&] { return started.load(); }));
   std::thread releaser([&] {
-    std::this_thread::sleep_for(100ms);  // the chance for a cancelCalls that doesn't wait to return early
+    std::this_thread::sleep_for(100ms);  // time for a cancelCalls that doesn't wait to return
     release = true;
   });
   owner.cancelCalls(false);
@@ -127,41 +114,32 @@ TEST_F(CallTest, NoCallOfADestroyedOwnerEverRuns) {
   EXPECT_GT(ran.load(), 0) << "some calls should run before their owners go";
 }
 
-TEST_F(CallTest, WarnsAtEveryTenthQueueSizeFromAHundred) {
-  CallOwner owner;
-  LogCapture log;
-  Gate gate;
-  ASSERT_TRUE(gate.waitEntered());
-  const Call::time_point base = Clock::now() + 1h;
-  for (int i = 0; i < 111; ++i) owner.asyncCall([] {}, base + i * 1ns);
-  const std::vector<std::string> warnings = log.linesWith("calls in queue");
-  ASSERT_EQ(2u, warnings.size());
-  EXPECT_THAT(warnings[0], HasSubstr("WARNING  [zq::CallOwner::asyncCall] 100 calls in queue"));
-  EXPECT_THAT(warnings[1], HasSubstr("] 110 calls in queue"));
-}
-
-// The thread deletes calls cancelled this way without telling their owners; the owners must
-// still be able to cancel, queue and be destroyed afterwards.
-TEST_F(CallTest, MakeThreadUnemployedCancelsEverythingAndOwnersLiveOn) {
+// Calls cancelled this way are deleted without telling their owners; the owners must still be
+// able to cancel, queue and be destroyed afterwards.
+TEST_F(CallTest, WarnsFromAHundredQueuedAndUnemploymentCancelsAllWhileOwnersLiveOn) {
   std::atomic<int> cancelledRan(0), laterRan(0);
   auto a = std::make_unique<CallOwner>(), b = std::make_unique<CallOwner>();
   {
     Gate gate;
     ASSERT_TRUE(gate.waitEntered());
-    for (int i = 1; i <= 3; ++i) a->asyncCall([&] { ++cancelledRan; }, i * 1min);
-    b->asyncCall([&] { ++cancelledRan; }, 0ns);
     LogCapture log;
+    const Call::time_point base = Clock::now() + 1h;
+    for (int i = 0; i < 111; ++i) a->asyncCall([&] { ++cancelledRan; }, base + i * 1ns);
+    EXPECT_THAT(log.linesWith("calls in queue"),
+                ElementsAre(HasSubstr("WARNING  [zq::CallOwner::asyncCall] 100 calls in queue"),
+                            HasSubstr("] 110 calls in queue")));
+    b->asyncCall([&] { ++cancelledRan; }, 0ns);
+    log.clear();
     CallOwner::makeThreadUnemployed();
-    EXPECT_EQ(std::vector<std::string>{"[zq::CallOwner::makeThreadUnemployed] Cancel 1 queued calls"}, log.bodies());
-    EXPECT_THAT(log.lines().at(0), Not(HasSubstr("WARNING")));
-    EXPECT_EQ(4u, queueSize()) << "cancelled calls stay queued until they reach the head";
+    EXPECT_THAT(log.lines(),
+                ElementsAre(HasSubstr("LOG      [zq::CallOwner::makeThreadUnemployed] Cancel 1 queued calls")));
+    EXPECT_EQ(112u, queueSize()) << "cancelled calls stay queued until they reach the head";
   }
   drainQueue();
   a->cancelCalls(false);
   a->asyncCall([&] { ++laterRan; }, 0ns);
   ASSERT_TRUE(waitFor([&] { return laterRan == 1; }));
-  a.reset();
-  b.reset();
+  a.reset(), b.reset();
   EXPECT_EQ(0, cancelledRan.load());
 }
 

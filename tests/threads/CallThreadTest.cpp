@@ -18,13 +18,11 @@ const std::string kSleeps = "Async function call thread sleeps";
 TEST_F(CallTest, FailingCallsAreLoggedAndTheThreadGoesOn) {
   CallOwner owner;
   LogCapture log;
-  std::atomic<bool> lastRan(false);
   const Call::time_point base = Clock::now();
   owner.asyncCall([] { throw std::runtime_error("not in the log"); }, base);
   owner.asyncCall(std::function<void()>(), base + 1ns);
   owner.asyncCall([] { throw 42; }, base + 2ns);
-  owner.asyncCall([&] { lastRan = true; }, base + 3ns);
-  ASSERT_TRUE(waitFor([&] { return lastRan.load(); }));
+  drainQueue();  // runs once the thread has gone past them
   const auto failed = testing::EndsWith("WARNING  [zq::CallThread::run] Async function call failed");
   EXPECT_THAT(log.linesWith("failed"), ElementsAre(failed, failed, failed));
 }
@@ -67,25 +65,16 @@ TEST_F(CallTest, DelayLineFrom51MillisecondsLate) {
   EXPECT_TRUE(checked) << "no run started within 1 ms of being released";
 }
 
-TEST_F(CallTest, CancelledCallIsDeletedOnceItReachesTheHead) {
+// The thread sleeps towards a head an hour ahead; the next turn, brought on by a new call,
+// deletes it once cancelled.
+TEST_F(CallTest, CancelledFarHeadIsDeletedAtTheNextTurn) {
   CallOwner runner, owner;
-  std::atomic<bool> headRan(false), cancelledRan(false);
-  // Behind a head due soon: goes once the head has run.
-  runner.asyncCall([&] { headRan = true; }, 200ms);
-  owner.asyncCall([&] { cancelledRan = true; }, 1h);
-  owner.cancelCalls(false);
-  EXPECT_EQ(2u, queueSize());
-  ASSERT_TRUE(waitFor([&] { return headRan && queueSize() == 0; }));
-
-  // At the head, an hour ahead: the thread sleeps towards it, and the next turn, brought on
-  // by a new call, deletes it.
-  owner.asyncCall([&] { cancelledRan = true; }, 1h);
+  owner.asyncCall([] {}, 1h);
   owner.cancelCalls(false);
   const Call::time_point keep = Clock::now() + 2h;
   runner.asyncCall([] {}, keep);
   ASSERT_TRUE(waitFor([&] { return queuedTimes() == std::vector<Call::time_point>{keep}; }));
   runner.cancelCalls(false);
-  EXPECT_FALSE(cancelledRan);
 }
 
 TEST_F(CallTest, SlowThreadEndsAfterIdlePeriodAndANewOneStarts) {

@@ -24,7 +24,7 @@ namespace {
 int niceOf(pid_t tid) { return getpriority(PRIO_PROCESS, static_cast<id_t>(tid)); }
 int niceAbove(int delta) { return std::min(19, std::max(-20, niceOf(getpid()) + delta)); }
 
-// Records its thread's nice value and stack size, then runs `then` (by default: returns).
+// Records its thread's nice value and stack size, then runs `then`.
 struct Body : Runnable {
   void run() override {
     nice = niceOf(gettid());
@@ -53,9 +53,17 @@ TEST(ThreadTest, SettingsAndStartAreRefusedAndReportedWhileAThreadExists) {
   const std::string start = report("start(const enum zq::Thread::EThreadPriority &)", "Thread my not be running");
   LogCapture log;
   std::atomic<bool> release(false);
+  std::string waitError;
   Body body;
-  body.then = [&] { waitFor([&] { return release.load(); }, std::chrono::minutes(1)); };
   Thread thread(&body);
+  body.then = [&] {
+    try {
+      thread.wait();
+    } catch (const RuntimeError& e) {
+      waitError = e.whatStr();
+    }
+    waitFor([&] { return release.load(); }, std::chrono::minutes(1));
+  };
   thread.start(Thread::Inherit);
   ASSERT_TRUE(waitFor([&] { return body.started.load(); }));
 
@@ -80,6 +88,7 @@ TEST(ThreadTest, SettingsAndStartAreRefusedAndReportedWhileAThreadExists) {
   thread.setStackSize(4096);
   EXPECT_EQ(4096u, thread.stackSize());
   EXPECT_EQ(1, body.runs.load()) << "refused starts must not run the body";
+  EXPECT_EQ("bool __cdecl zq::Thread::wait(void) Waiting on thread failed", waitError) << "a wait on itself";
 }
 
 TEST(ThreadTest, StackSizeAndPriorityAreInForceBeforeTheBodyRuns) {
@@ -91,9 +100,7 @@ TEST(ThreadTest, StackSizeAndPriorityAreInForceBeforeTheBodyRuns) {
   EXPECT_TRUE(thread.wait() && thread.wait());
   EXPECT_GE(body.stack, std::size_t(3 << 20));
   thread.setStackSize(1);  // rounded up to what the system accepts
-  const std::pair<Thread::EThreadPriority, int> niceByPriority[] = {
-      {Thread::Lowest, 10}, {Thread::Idle, 19}, {Thread::Normal, 0}};
-  for (auto [priority, nice] : niceByPriority) {
+  for (auto [priority, nice] : {std::pair{Thread::Lowest, 10}, {Thread::Idle, 19}, {Thread::Normal, 0}}) {
     thread.start(priority);
     thread.wait();
     EXPECT_EQ(niceAbove(nice), body.nice.load()) << priority;
@@ -114,9 +121,7 @@ TEST(ThreadTest, RaisedPriorityWhenPrivileged) {
   std::thread([&] { mayRaise = setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceAbove(-1)) == 0; }).join();
   if (!mayRaise || niceAbove(-1) == niceAbove(0)) GTEST_SKIP() << "no privilege to raise thread priorities";
   Body body;
-  Thread thread(&body);
-  thread.start(Thread::Highest);
-  thread.wait();
+  Thread(&body).start(Thread::Highest);  // the destructor waits
   EXPECT_EQ(niceAbove(-10), body.nice.load());
 }
 
@@ -142,31 +147,15 @@ TEST(ThreadDeathTest, RaisingWithoutPrivilegeFailsAndTheBodyNeverRuns) {
   EXPECT_EXIT(raiseWithoutPrivilege(), testing::ExitedWithCode(0), "");
 }
 
-TEST(ThreadTest, ReportsMissingRunnableAndWaitOnItself) {
+TEST(ThreadTest, ReportsAMissingRunnable) {
   LogCapture log;
-  Thread empty;
-  empty.start();
-  empty.wait();
+  Thread().start();  // the destructor waits
   const std::string worker = "unsigned long __cdecl zq::Thread::worker(void *)";
   EXPECT_EQ(std::vector<std::string>{"[zq::assert_log_error_x] " + worker +
                                      ": Runnable must be set! (( 0 != "
                                      "static_cast<Thread *>(thread_object)->runnable() )) " +
                                      worker},
             log.bodies());
-
-  Body body;
-  Thread thread(&body);
-  std::string error;
-  body.then = [&] {
-    try {
-      thread.wait();
-    } catch (const RuntimeError& e) {
-      error = e.whatStr();
-    }
-  };
-  thread.start();
-  thread.wait();
-  EXPECT_EQ("bool __cdecl zq::Thread::wait(void) Waiting on thread failed", error);
 }
 
 TEST(ThreadSlowDeathTest, MssleepOfZeroReturnsAndOfAllOnesNeverDoes) {
