@@ -77,7 +77,7 @@ TEST(IPPortTest, PrintedForms) {
   EXPECT_EQ("[20481280:0:0:0:0:0:0:0]", IPPort::EMPTY.toString(false)) << "a zero address counts as IPv6";
   EXPECT_EQ("10.0.0.1 10.0.0.1512:8080",
             IPPort("10.0.0.1", 80).toString(80) + " " + IPPort("10.0.0.1", 8080).toString(80));
-  EXPECT_EQ("10.0.0.1", std::string(IPPort(IPAddress(10, 0, 0, 1), 0))) << "port 0 is not printed";
+  EXPECT_EQ("10.0.0.1", IPPort(IPAddress(10, 0, 0, 1), 0).toString(true)) << "port 0 is not printed";
   std::ostringstream os;
   IPPort("10.0.0.1", 7).print(os, false);
   EXPECT_EQ("10.0.0.1", os.str());

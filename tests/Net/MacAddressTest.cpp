@@ -49,6 +49,7 @@ TEST(MacAddressTest, OrderHashAndWords) {
   EXPECT_GT(MacAddress(1, 0, 0, 0, 0, 0), MacAddress(0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF));
   EXPECT_EQ(-1, MacAddress(1, 2, 3, 4, 5, 6).compare(MacAddress(1, 2, 3, 4, 5, 200)));
   EXPECT_EQ(1, MacAddress(1, 2, 3, 4, 5, 200).compare(MacAddress(1, 2, 3, 4, 5, 6)));
+  EXPECT_EQ(0, kSample.compare(kSample));
   EXPECT_EQ(0x4du, kSample.hash());
   EXPECT_EQ(0x4du, kSample.highWord());
   EXPECT_EQ(MacAddress(1, 2, 3, 4, 5, 6).hash(), MacAddress(1, 9, 9, 9, 5, 9).hash());
