@@ -8,9 +8,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -86,27 +85,24 @@ TEST(HTParseTest, ResolvesWholeUrls) {
 TEST(HTParseTest, WritesOnlyWhatTheMaskSelects) {
   using namespace zq;
   const int P = HT_PUNCTUATION;
-  const struct {
-    const char* given;
-    int mask;
-    const char* expected;
-  } cases[] = {
+  const std::pair<int, std::vector<const char*>> cases[] = {
       // clang-format off
-      {"", HT_SCHEME, "http"}, {"", HT_SCHEME | P, "http:"}, {"", HT_HOST, "h:8080"}, {"", HT_HOST | P, "//h:8080"},
-      {"", HT_SCHEME | HT_HOST | P, "http://h:8080"},
+      {HT_SCHEME, {"", "http"}}, {HT_SCHEME | P, {"", "http:"}}, {HT_HOST, {"", "h:8080"}},
+      {HT_HOST | P, {"", "//h:8080"}}, {HT_SCHEME | HT_HOST | P, {"", "http://h:8080"}}, {0, {"", ""}},
       // An inherited path always gets its slash; the given one only with punctuation.
-      {"", HT_PATH, "/a/b"}, {"x", HT_PATH, "/a/x"}, {"/x", HT_PATH, "x"}, {"/x", HT_PATH | P, "/x"},
-      {"", HT_PATH_ONLY, "/a/b"},
+      {HT_PATH, {"", "/a/b", "x", "/a/x", "/x", "x"}}, {HT_PATH | P, {"/x", "/x"}}, {HT_PATH_ONLY, {"", "/a/b"}},
       // The query brings the path with it; HT_PATH_ONLY with it means the path and the query.
-      {"", HT_QUERY, "/a/bq"}, {"", HT_QUERY | P, "/a/b?q"}, {"", HT_PATH_ONLY | HT_QUERY | P, "/a/b?q"},
-      {"?", HT_QUERY | P, "/a/b?q"},
-      {"", HT_FRAGMENT, "f"}, {"", HT_FRAGMENT | P, "#f"}, {"#", HT_FRAGMENT | P, "#f"}, {"#g", HT_FRAGMENT | P, "#g"},
+      {HT_QUERY, {"", "/a/bq"}}, {HT_QUERY | P, {"", "/a/b?q", "?", "/a/b?q"}}, {HT_PATH_ONLY | HT_QUERY | P, {"", "/a/b?q"}},
+      {HT_FRAGMENT, {"", "f"}}, {HT_FRAGMENT | P, {"", "#f", "#", "#f", "#g", "#g"}},
       // The dot rules look at the result: with an empty host and no "//", the scheme's dot goes.
-      {"x.://", HT_SCHEME | HT_HOST, "x"}, {"x.://:81", HT_SCHEME | HT_HOST, "x:81"}, {"", 0, ""},
+      {HT_SCHEME | HT_HOST, {"x.://", "x", "x.://:81", "x:81"}},
       // clang-format on
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(c.expected, parse(c.given, "http://h:8080/a/b?q#f", c.mask)) << c.given << ", mask " << c.mask;
+    for (size_t i = 0; i < c.second.size(); i += 2) {
+      EXPECT_EQ(c.second[i + 1], parse(c.second[i], "http://h:8080/a/b?q#f", c.first))
+          << c.second[i] << ", " << c.first;
+    }
   }
 }
 
@@ -129,57 +125,6 @@ TEST(HTParseTest, CollapseGuardsAndRules) {
   // clang-format on
   for (const auto& c : cases) EXPECT_EQ(c.second, collapse(c.first)) << c.first;
   zq::internal::HTCollapse(nullptr);  // must not crash
-}
-
-// The collapsing rules applied word for word, erasing at each removal, to check the library's
-// single pass against.
-std::string referenceCollapse(std::string s) {
-  if (s.size() < 2 || s.find('?') < 3 || s.find('/') == std::string::npos) return s;
-  const auto at = [&](size_t i, const char* word) { return s.compare(i, std::strlen(word), word) == 0; };
-  size_t p = 2;
-  while (p < s.size() && s[p] != '?') {
-    if (p > 0 && at(p, "/..") && (p + 3 == s.size() || s[p + 3] == '/' || s[p + 3] == '?')) {
-      size_t q = p - 1;
-      while (q > 0 && s[q] != '/') --q;
-      if (s[q] != '/' || at(q, "/../") || at(q, "/..?") || (q > 1 && s[q - 1] == '/')) {
-        ++p;
-      } else {
-        s.erase(q, p + 3 - q);
-        p = q;
-      }
-    } else if (at(p, "/./")) {
-      s.erase(p, 2);
-    } else if (at(p, "/.") && (p + 2 == s.size() || s[p + 2] == '?')) {
-      s.erase(p + 1, 1);
-    } else {
-      ++p;
-    }
-  }
-  // The closing rule: "/." or "/<segment>/.." just before the query.
-  if (p < s.size() && p >= 2 && s[p - 1] == '.') {
-    if (s[p - 2] == '/') {
-      s.erase(p - 1, 1);
-    } else if (s[p - 2] == '.' && p >= 4 && s[p - 3] == '/') {
-      size_t q = p - 4;
-      if (s[q] == '/' && (p == 4 || (q > 0 && s[q - 1] == ':'))) return s;
-      while (q > 0 && s[q] != '/') --q;
-      if (s[q] == '/') {
-        if (q == 1 && s[0] == '/') return s;
-        ++q;
-      }
-      if (!at(q, "../") && !at(q, "./")) s.erase(q, p - q);
-    }
-  }
-  return s;
-}
-
-TEST(HTParseTest, CollapseAgreesWithTheRulesOnRandomPaths) {
-  std::mt19937 random(12345);
-  for (int i = 0; i < 200000; ++i) {
-    std::string path(random() % 14, ' ');
-    for (char& c : path) c = "//..?a:"[random() % 7];
-    ASSERT_EQ(referenceCollapse(path), collapse(path)) << path;
-  }
 }
 
 TEST(HTRelativeTest, CountsCommonSlashes) {

@@ -1,7 +1,5 @@
 #include <zq/Net/MacAddress.h>
 
-#include "tests/support/RandomText.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -52,25 +50,12 @@ TEST(MacAddressTest, OrderHashAndWords) {
   EXPECT_EQ(-1, MacAddress(1, 2, 3, 4, 5, 6).compare(MacAddress(1, 2, 3, 4, 5, 200)));
   EXPECT_EQ(1, MacAddress(1, 2, 3, 4, 5, 200).compare(MacAddress(1, 2, 3, 4, 5, 6)));
   EXPECT_EQ(0, kSample.compare(kSample));
-  EXPECT_EQ(0x00u ^ 0x4du, kSample.hash());
+  EXPECT_EQ(0x4du, kSample.hash());
   EXPECT_EQ(0x4du, kSample.highWord());
   EXPECT_EQ(MacAddress(1, 2, 3, 4, 5, 6).hash(), MacAddress(1, 9, 9, 9, 5, 9).hash());
   const unsigned char raw[6] = {MacAddress::k_zq0, MacAddress::k_zq1, MacAddress::k_zq2, 1, 2, 3};
   EXPECT_EQ("02-5a-71-01-02-03", MacAddress(raw).toString());
   EXPECT_TRUE(MacAddress::NULL_MAC_ADDRESS.isZero());
-}
-
-TEST(MacAddressTest, FuzzedTextNeverFaults) {
-  zq::test::RandomText random({"00-1a-2b-3c-4d-5e", "0-1-2-3-4-5", "123-1-2-3-4-5"}, "0123456789abcdefABX-: x", 17);
-  MacAddress m;
-  for (int i = 0; i < 100000; ++i) {
-    const std::string text = random.next();
-    const MacAddress before = m;
-    m.fromString(text);
-    // Whatever the strict scan takes, the loose one takes too.
-    EXPECT_TRUE(m == before || MacAddress::isMacAddress(text)) << text;
-    m.fromString(std::wstring(text.begin(), text.end()));
-  }
 }
 
 }  // namespace

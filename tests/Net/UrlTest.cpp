@@ -86,8 +86,7 @@ TEST(UrlTest, ScansOnceAndResetsOnEveryChange) {
 TEST(UrlTest, ResolvesInBothDirections) {
   // `/`: the argument against this URL, like a link in a page.
   EXPECT_EQ("http://h/c", (Url("http://h/a/b") / std::string("../c")).str());
-  EXPECT_EQ("http://h/a/b", (Url("http://h/a/b") / "").str());
-  EXPECT_EQ("http://h/a/b", (Url("http://h/a/b") / static_cast<const char*>(nullptr)).str());
+  EXPECT_EQ("http://h/a/b", (Url("http://h/a/b") / "" / static_cast<const char*>(nullptr)).str());
   Url url("http://h/a/");
   url /= "b/";
   url /= std::string("c");
@@ -107,8 +106,7 @@ TEST(UrlTest, ResolvesInBothDirections) {
 
 TEST(UrlTest, RelativizesEscapesAndValidates) {
   EXPECT_EQ("../b", Url("http://h/a/b").relativize("http://h/a/c/d").str());
-  EXPECT_EQ("http://h/a/b", Url("http://h/a/b").relativize("").str());
-  EXPECT_EQ("http://h/a/b", Url("http://h/a/b").relativize(nullptr).str());
+  EXPECT_EQ("http://h/a/b", Url("http://h/a/b").relativize("").relativize(nullptr).str());
   EXPECT_EQ("http%3A//h/a+b", Url("http://h/a b").escape().str());
   EXPECT_EQ("a%3Fb%3Dc%26d%23e%C3%A4", Url("a?b=c&d#e\xc3\xa4").escape().str());
   for (const char* valid : {"http://h/", "x", "#f"}) EXPECT_TRUE(Url::validate(valid)) << valid;
@@ -149,8 +147,7 @@ TEST(UrlTest, HashesLowerCasedTextWithFnv1a) {
 }
 
 TEST(UrlTest, ConstructsAndPrintsText) {
-  EXPECT_TRUE(Url(static_cast<const char*>(nullptr)).empty());
-  EXPECT_TRUE(Url(std::string("\0a", 2)).empty());
+  EXPECT_TRUE(Url(static_cast<const char*>(nullptr)).empty() && Url(std::string("\0a", 2)).empty());
   EXPECT_FALSE(Url(" ").empty());
   EXPECT_EQ("http", Url("http://h", 4).str());
   std::ostringstream out;

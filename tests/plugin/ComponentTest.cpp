@@ -39,9 +39,7 @@ TEST(ComponentTest, TablesKeepTheFirstAddAndAnswerUnknownsWithTheSharedEmptySet)
 TEST(ComponentTest, ListedInterfacesAreNotAnsweredByGetInterface) {
   Component c = filled();
   c.addInterface(zq::IComponent::ID(), {});
-  const Component& constC = c;
-  EXPECT_EQ(c.getInterface("zq::IComponent"), nullptr);
-  EXPECT_EQ(constC.getInterface("zq::IComponent"), nullptr);
+  EXPECT_EQ(static_cast<const Component&>(c).getInterface("zq::IComponent"), nullptr);
   EXPECT_EQ(c.getInterface("demo::IClock"), nullptr);
   EXPECT_EQ(c.getInterface("zq::IInterface"), static_cast<zq::IInterface*>(&c));
 }
@@ -49,20 +47,16 @@ TEST(ComponentTest, ListedInterfacesAreNotAnsweredByGetInterface) {
 TEST(ComponentTest, CopyAndMove) {
   const Component source = filled();
   Component copy(source);
-  EXPECT_EQ(copy.capabilities("demo::IClock"), source.capabilities("demo::IClock"));
-
   Component moved(std::move(copy));
-  EXPECT_EQ(moved.interfaceIds(), source.interfaceIds());
-  EXPECT_TRUE(copy.interfaceIds().empty());
-  EXPECT_TRUE(copy.capabilities("demo::IClock").empty());
+  EXPECT_EQ(moved.capabilities("demo::IClock"), source.capabilities("demo::IClock"));
+  EXPECT_TRUE(copy.interfaceIds().empty() && copy.capabilities("demo::IClock").empty());
 
   Component target;
   target.addInterface("demo::IOld", {"x"});
   target = std::move(moved);
   EXPECT_EQ(target.interfaceIds(), source.interfaceIds());
   // The source gets the target's cleared tables, not its old content, and stays usable.
-  EXPECT_TRUE(moved.interfaceIds().empty());
-  EXPECT_TRUE(moved.capabilities("demo::IOld").empty());
+  EXPECT_TRUE(moved.interfaceIds().empty() && moved.capabilities("demo::IOld").empty());
   moved.addInterface("demo::IReused", {"y"});
   EXPECT_EQ(moved.capabilities("demo::IReused"), Names{"y"});
 

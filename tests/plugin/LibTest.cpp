@@ -61,19 +61,16 @@ TEST(LibTest, LoadWithAPathClosesOnlyForAnotherPath) {
   EXPECT_EQ(lib.getPath(), shapes);
 }
 
-TEST(LibTest, CopiesTakeThePathOnly) {
+TEST(LibTest, CopiesTakeThePathOnlyAndSelfAssignmentCloses) {
   Lib source(noEntry, true);
   ASSERT_NE(source.getFunction("noEntryAnswer", true), nullptr);
-  Lib copy(source);
-  EXPECT_EQ(copy.getPath(), noEntry);
-  EXPECT_FALSE(copy.isLoaded());
-
+  const Lib copy(source);
   Lib assigned(shapes, true);
   assigned = source;
-  EXPECT_EQ(assigned.getPath(), noEntry);
-  EXPECT_FALSE(assigned.isLoaded());
-
-  // Self-assignment closes the library and keeps the path.
+  for (const Lib* other : {&copy, static_cast<const Lib*>(&assigned)}) {
+    EXPECT_EQ(other->getPath(), noEntry);
+    EXPECT_FALSE(other->isLoaded());
+  }
   Lib& alias = source;
   source = alias;
   EXPECT_FALSE(source.isLoaded());
@@ -81,26 +78,26 @@ TEST(LibTest, CopiesTakeThePathOnly) {
   EXPECT_EQ(source.getPath(), noEntry);
 }
 
-template <bool opens>
+// Counts the calls of the virtual load(), and opens the library only if `opens`.
 struct CountingLib : Lib {
-  using Lib::Lib;
+  CountingLib(const std::wstring& path, bool opens) : Lib(path, false), opens(opens) {}
   using Lib::load;
   bool load() override {
     ++loads;
     return opens ? Lib::load() : true;
   }
+  const bool opens;
   int loads = 0;
 };
 
 TEST(LibTest, OpeningGoesThroughTheVirtualLoad) {
-  CountingLib<true> lib(noEntry, false);
+  CountingLib lib(noEntry, true);
   EXPECT_NE(lib.getFunction("noEntryAnswer", true), nullptr);
   lib.unload();
   EXPECT_TRUE(lib.load(shapes));
   EXPECT_EQ(lib.loads, 2);
-
   // An override that claims success but opens nothing yields no functions, and no crash.
-  CountingLib<false> pretending(noEntry, false);
+  CountingLib pretending(noEntry, false);
   EXPECT_EQ(pretending.getFunction("noEntryAnswer", true), nullptr);
   EXPECT_EQ(pretending.loads, 1);
 }

@@ -21,17 +21,13 @@ std::wstring fields(const VersionNumber& v) {
 TEST(VersionNumberTest, ParsesPrefixNumbersAndPostfix) {
   // A leading "m" runs to the "V", so digits join the prefix and the blank is skipped; only one word of
   // postfix is read; delimiters are not checked.
-  const wchar_t* cases[][2] = {{L"1.2.3.4", L"|1.2.3.4|"},
-                               {L"V1.2.3.4", L"V|1.2.3.4|"},
-                               {L"Main-V1.2.3.4", L"Main-V|1.2.3.4|"},
-                               {L"main 4.2V1.0", L"main4.2V|1.0.0.0|"},
-                               {L"Firmware 7.8.9.10", L"Firmware|7.8.9.10|"},
-                               {L"1.2.3.4-beta", L"|1.2.3.4|-beta"},
-                               {L"1.2.3.4 rc 1", L"|1.2.3.4|rc"},
-                               {L"1-2_3 4", L"|1.2.3.4|"},
-                               {L"1.2", L"|1.2.0.0|"},
-                               {L"", L"|0.0.0.0|"},
-                               {L"4294967295.0.0.1", L"|4294967295.0.0.1|"}};
+  // clang-format off
+  const wchar_t* cases[][2] = {
+      {L"1.2.3.4", L"|1.2.3.4|"}, {L"V1.2.3.4", L"V|1.2.3.4|"}, {L"Main-V1.2.3.4", L"Main-V|1.2.3.4|"},
+      {L"main 4.2V1.0", L"main4.2V|1.0.0.0|"}, {L"Firmware 7.8.9.10", L"Firmware|7.8.9.10|"},
+      {L"1.2.3.4-beta", L"|1.2.3.4|-beta"}, {L"1.2.3.4 rc 1", L"|1.2.3.4|rc"}, {L"1-2_3 4", L"|1.2.3.4|"},
+      {L"1.2", L"|1.2.0.0|"}, {L"", L"|0.0.0.0|"}, {L"4294967295.0.0.1", L"|4294967295.0.0.1|"}};
+  // clang-format on
   for (const auto& c : cases) {
     VersionNumber v;
     v.fromString(c[0]);
