@@ -312,17 +312,18 @@ constexpr bool kReuseArgumentBlocks = true;
 // The arguments of one typed emission. The emission lends them to its frame and gets them
 // back; if then nobody else holds them (no queued slot, no slot that kept a copy), they are
 // ended and the empty block waits for the thread's next emission of the same types, which
-// so costs no allocation. Values live no longer than with a fresh block each time.
+// so costs no allocation. Values live no longer than with a fresh block each time; but a
+// weak_ptr taken to the arguments does not expire while their block waits for reuse.
 template <class... T>
 class LentArguments {
  public:
   template <class... V>
   explicit LentArguments(V&&... values) {
-    Spare& spare = spareBlock();
-    if (kReuseArgumentBlocks && !spare.ended && spare.block) {
-      m_block = static_cast<ArgumentBlock<T...>*>(spare.block.get());
+    Spare* spare = kReuseArgumentBlocks ? &spareBlock() : nullptr;
+    if (spare != nullptr && !spare->ended && spare->block) {
+      m_block = static_cast<ArgumentBlock<T...>*>(spare->block.get());
       m_block->fill(std::forward<V>(values)...);  // on a throw, the spare stays as it was
-      m_args = std::move(spare.block);
+      m_args = std::move(spare->block);
     } else {
       m_args = makeArgumentsAs<T...>(std::forward<V>(values)...);
       m_block = static_cast<ArgumentBlock<T...>*>(m_args.get());
