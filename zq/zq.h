@@ -38,6 +38,10 @@
 #include <zq/Net/MacAddress.h>
 #include <zq/Net/Url.h>
 
+// crypto
+#include <zq/crypto/SecureFile.h>
+#include <zq/crypto/SecureString.h>
+
 // values
 #include <zq/values/Base64.h>
 #include <zq/values/DataStream.h>
