@@ -1,0 +1,99 @@
+// Message digests over OpenSSL's EVP interface: one small integer per algorithm, its name and
+// back (with the "PBKDF2;NAME;COUNT" form), incremental hashing with a byte count, the result
+// raw or in Base64; and the password hashes (SHA-crypt, PBKDF2).
+#pragma once
+
+#include <zq/Export.h>
+#include <zq/crypto/SecureString.h>
+
+#include <openssl/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace zq {
+
+template <class C>
+struct basic_stringref;
+
+namespace crypto {
+
+// One message at a time: feed it with append, take digest(), then clear() before the next.
+// An object is used by one thread at a time; the static members are thread-safe.
+class ZQ_API MessageDigest {
+ public:
+  enum Algorithm {
+    MD0 = 0,
+    MD4 = 1,
+    MD5 = 2,
+    MDC2 = 3,
+    SHA = 4,
+    SHA1 = 5,
+    DSS = 6,
+    DSS1 = 7,
+    RIPEMD160 = 8,
+    SHA224 = 9,
+    SHA256 = 10,
+    SHA384 = 11,
+    SHA512 = 12
+  };
+
+  explicit MessageDigest(Algorithm algorithm = SHA256);
+  ~MessageDigest();
+  MessageDigest(const MessageDigest&) = delete;
+  MessageDigest& operator=(const MessageDigest& other);
+
+  // Feeds `size` bytes; size_t(-1) means up to the terminating zero, 0 does nothing.
+  void append(const char* data, std::size_t size);
+  void append(const std::string& data);
+  void append(const basic_stringref<char>& data);
+  // Feeds one byte, a zero byte included.
+  MessageDigest& operator<<(char c);
+
+  // Starts a new message; the count goes back to 0.
+  void clear();
+  // Bytes fed since construction or the last clear().
+  std::size_t count() const { return m_count; }
+
+  // The raw digest. The object is spent afterwards until clear().
+  secure_string digest();
+  // The raw digest in Base64, on one line.
+  secure_string digest_base64();
+  operator secure_string() { return digest(); }
+
+  // Size of the digest in bytes.
+  int length() const;
+  static int length(Algorithm algorithm);
+
+  // "SHA-256" for 10, "PBKDF2;SHA-256;10000" for a PBKDF2 value.
+  static std::string algorithmName(int algorithm);
+  // The value of a name, a number or a "PBKDF2;NAME;COUNT" text; 10 (SHA-256) for what it does
+  // not know.
+  static int algorithmFromName(const std::string& name);
+
+  // A Unix crypt hash of `key` for the setting `salt` ("$5$...", "$6$[rounds=N$]SALT").
+  static secure_string crypt(secure_string key, secure_string salt);
+  // 64 bytes of PBKDF2-HMAC over `algorithm`'s digest, whatever its size.
+  static secure_string passwordHash(secure_string password, secure_string salt, int iterations,
+                                    Algorithm algorithm = SHA256);
+
+  static constexpr std::size_t ROUNDS_DEFAULT = 5000;
+  static constexpr std::size_t ROUNDS_MIN = 1000;
+  static constexpr std::size_t ROUNDS_MAX = 999999999;
+  static constexpr std::size_t SALT_LEN_MAX = 16;
+
+ protected:
+  // The EVP_MD of a value (a PBKDF2 value stands for its digest); null outside the table.
+  static const void* evp_type(Algorithm algorithm);
+  // SHA-crypt; `algorithm` is SHA256 or SHA512.
+  static secure_string crypt_sha(secure_string key, secure_string salt, Algorithm algorithm, std::size_t rounds,
+                                 bool rounds_custom);
+
+ private:
+  int m_algorithm;
+  EVP_MD_CTX* m_context;
+  std::size_t m_count = 0;
+};
+
+}  // namespace crypto
+}  // namespace zq
