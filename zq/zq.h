@@ -39,6 +39,7 @@
 #include <zq/Net/Url.h>
 
 // crypto
+#include <zq/crypto/MessageDigest.h>
 #include <zq/crypto/SecureFile.h>
 #include <zq/crypto/SecureString.h>
 
