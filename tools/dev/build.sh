@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Sets up a Debian 12 machine for zq and builds it.
 #   tools/dev/build.sh demo   build (release) and run the demonstration program
-#   tools/dev/build.sh test   build and pass every test: dev preset, then asan, then tsan
+#   tools/dev/build.sh test   lint, then build (warnings as errors) and pass every test: dev preset,
+#                             then asan, then tsan
 # Missing Debian packages are installed with apt-get first; nothing is installed when all is there.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
-packages=(cmake ninja-build g++ pkg-config
+packages=(cmake ninja-build g++ pkg-config clang clang-tidy clang-format
   libboost-dev libboost-thread-dev libboost-system-dev libboost-date-time-dev
   libboost-filesystem-dev libboost-regex-dev libboost-iostreams-dev
   libssl-dev openssl libcrypt-dev libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev libcurl4-openssl-dev)
@@ -27,7 +28,7 @@ install_missing() {
 run_preset() {
   local preset=$1
   echo "== $preset: configure, build, test"
-  cmake --preset "$preset" >/dev/null
+  cmake --preset "$preset" -DZQ_WERROR=ON >/dev/null
   cmake --build --preset "$preset"
   ctest --preset "$preset"
 }
@@ -41,6 +42,7 @@ case "${1:-}" in
     ;;
   test)
     install_missing
+    tools/dev/lint.sh
     run_preset dev
     run_preset asan
     run_preset tsan
