@@ -54,6 +54,7 @@ void BoostSignals2Emit(benchmark::State& state) {
 void FunctionListEmit(benchmark::State& state) {
   std::vector<std::function<void(int)>> slots;
   long sum = 0;
+  slots.reserve(state.range(0));
   for (int i = 0; i < state.range(0); ++i) slots.emplace_back([&sum](int v) { sum += v; });
   int n = 0;
   for (auto _ : state) {

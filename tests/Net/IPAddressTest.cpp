@@ -46,12 +46,12 @@ TEST(IPAddressTest, WellFormedTextGivesTheSystemsBytesReversed) {
     unsigned char n[16];
     for (unsigned char& b : n) b = static_cast<unsigned char>(engine());
     const unsigned first = engine() % 8;
-    std::memset(n + 2 * first, 0, 2 * (engine() % (9 - first)));
-    if (i % 5 == 0) std::memcpy(n, "\0\0\0\0\0\0\0\0\0\0\xff\xff", 12);
+    std::memset(n + std::size_t{2} * first, 0, 2 * (engine() % (9 - first)));
+    if (i % 5 == 0) std::copy_n("\0\0\0\0\0\0\0\0\0\0\xff\xff", 12, n);
     texts.push_back(inet_ntop(AF_INET6, n, text, sizeof text));
     std::string full, head;
     for (int k = 0; k < 8; ++k) {
-      std::snprintf(text, sizeof text, i % 2 ? "%X:" : "%04x:", n[2 * k] << 8 | n[2 * k + 1]);
+      std::snprintf(text, sizeof text, i % 2 ? "%X:" : "%04x:", n[std::size_t{2} * k] << 8 | n[std::size_t{2} * k + 1]);
       full += text;
       if (k < 6) head += text;
     }

@@ -81,7 +81,7 @@ TEST_F(ExceptionTest, ChainPrintsWithItsRepetitions) {
 TEST_F(ExceptionTest, CausesAreClonedWithTheirDynamicType) {
   const LogicError inner("inner");
   const RuntimeError outer("outer", &inner);
-  const Exception copy(outer);
+  const Exception copy(outer);  // NOLINT(performance-unnecessary-copy-initialization): the copy is tested
   EXPECT_TRUE(outer.cause() != &inner && copy.cause() != outer.cause()) << "a cause is never shared";
   EXPECT_NE(nullptr, dynamic_cast<const LogicError*>(copy.cause()));
   EXPECT_STREQ("inner", copy.cause()->what());

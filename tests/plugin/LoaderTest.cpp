@@ -182,6 +182,7 @@ TEST_F(LoaderTest, ConcurrentFirstUseMakesOneInstance) {
   Loader::shutdown();
   std::vector<Loader*> seen(4, nullptr);
   std::vector<std::thread> threads;
+  threads.reserve(seen.size());
   for (Loader*& slot : seen) threads.emplace_back([&slot] { slot = &Loader::instance(); });
   for (std::thread& t : threads) t.join();
   for (Loader* one : seen) EXPECT_EQ(one, seen.front());

@@ -19,6 +19,7 @@ ChildResult runChild(const std::vector<std::string>& argv, const std::string& wo
   if (argv.empty() || ::pipe2(pipeFds, O_CLOEXEC) != 0) return result;
 
   std::vector<char*> args;
+  args.reserve(argv.size() + 1);
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
 

@@ -12,6 +12,7 @@ const Random::EAlgorithm kSimple = Random::ALGORITHM_SIMPLE, kMixed = Random::AL
 
 std::vector<unsigned int> steps(Random r, int n) {
   std::vector<unsigned int> out;
+  out.reserve(n);
   for (int i = 0; i < n; ++i) out.push_back(r.random());
   return out;
 }

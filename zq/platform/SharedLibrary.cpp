@@ -114,7 +114,8 @@ bool listFolder(const std::wstring& directory, const std::wstring& suffix, std::
   // The system hands entries out in no particular order; plug-ins bind in name order.
   std::sort(names.begin(), names.end());
   o_paths.clear();
-  for (const std::wstring& name : names) o_paths.push_back(directory + L"/" + name);
+  o_paths.reserve(names.size());
+  for (const std::wstring& name : names) o_paths.emplace_back(directory).append(L"/").append(name);
   return true;
 }
 
