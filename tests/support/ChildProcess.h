@@ -9,11 +9,11 @@ namespace zq {
 namespace test {
 
 struct ChildResult {
-  bool exited = false;   // ended through exit(); false when killed by a signal or timed out
-  int exitCode = -1;     // exit status when `exited`
-  int signal = 0;        // the signal that ended it, if any
+  bool exited = false;  // ended through exit(); false when killed by a signal or timed out
+  int exitCode = -1;    // exit status when `exited`
+  int signal = 0;       // the signal that ended it, if any
   bool timedOut = false;
-  std::string output;    // standard output and standard error, interleaved
+  std::string output;  // standard output and standard error, interleaved
 };
 
 // Runs argv[0] (searched in PATH when it has no slash) with the given arguments and working

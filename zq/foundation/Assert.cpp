@@ -17,8 +17,7 @@ void assert_log_error(const std::wstring& condition, const std::wstring& positio
 
 void assert_log_error_x(const std::wstring& where, const std::wstring& what, const std::wstring& condition,
                         const std::wstring& position) {
-  ZQ_LOG(Log::Critical, "zq::assert_log_error_x",
-         where << L": " << what << L" (" << condition << L") " << position);
+  ZQ_LOG(Log::Critical, "zq::assert_log_error_x", where << L": " << what << L" (" << condition << L") " << position);
 }
 
 void assert_debugger_error(const std::wstring& condition, const std::wstring& file, std::size_t line,

@@ -51,26 +51,24 @@ ZQ_API bool isDebuggerPresent();
 #define ZQ_ASSERT(condition) ((void)0)
 #define ZQ_ASSERT_X(condition, where, what) ((void)0)
 #else
-#define ZQ_ASSERT(condition)                                                                       \
-  do {                                                                                             \
-    if (!(condition)) {                                                                            \
-      ::zq::assert_log_error(L"" ZQ_ASSERT_WIDEN(#condition),                                      \
-                             ::zq::wconvert(__FILE__ ":" ZQ_ASSERT_STRINGIFY(__LINE__)));          \
-      ::zq::assert_debugger_error(L"" ZQ_ASSERT_WIDEN(#condition), ::zq::wconvert(__FILE__),       \
-                                  __LINE__, ::zq::wconvert(__func__));                             \
-      if (::zq::isDebugbreakEnabled()) ::zq::debugBreak();                                         \
-    }                                                                                              \
+#define ZQ_ASSERT(condition)                                                                           \
+  do {                                                                                                 \
+    if (!(condition)) {                                                                                \
+      ::zq::assert_log_error(L"" ZQ_ASSERT_WIDEN(#condition),                                          \
+                             ::zq::wconvert(__FILE__ ":" ZQ_ASSERT_STRINGIFY(__LINE__)));              \
+      ::zq::assert_debugger_error(L"" ZQ_ASSERT_WIDEN(#condition), ::zq::wconvert(__FILE__), __LINE__, \
+                                  ::zq::wconvert(__func__));                                           \
+      if (::zq::isDebugbreakEnabled()) ::zq::debugBreak();                                             \
+    }                                                                                                  \
   } while (false)
-#define ZQ_ASSERT_X(condition, where, what)                                                        \
-  do {                                                                                             \
-    if (!(condition)) {                                                                            \
-      ::zq::assert_log_error_x(::zq::wconvert(where), ::zq::wconvert(what),                        \
-                               L"" ZQ_ASSERT_WIDEN(#condition),                                    \
-                               ::zq::wconvert(__FILE__ ":" ZQ_ASSERT_STRINGIFY(__LINE__)));        \
-      ::zq::assert_debugger_error_x(::zq::wconvert(where), ::zq::wconvert(what),                   \
-                                    L"" ZQ_ASSERT_WIDEN(#condition), ::zq::wconvert(__FILE__),     \
-                                    __LINE__, ::zq::wconvert(__func__));                           \
-      if (::zq::isDebugbreakEnabled()) ::zq::debugBreak();                                         \
-    }                                                                                              \
+#define ZQ_ASSERT_X(condition, where, what)                                                                       \
+  do {                                                                                                            \
+    if (!(condition)) {                                                                                           \
+      ::zq::assert_log_error_x(::zq::wconvert(where), ::zq::wconvert(what), L"" ZQ_ASSERT_WIDEN(#condition),      \
+                               ::zq::wconvert(__FILE__ ":" ZQ_ASSERT_STRINGIFY(__LINE__)));                       \
+      ::zq::assert_debugger_error_x(::zq::wconvert(where), ::zq::wconvert(what), L"" ZQ_ASSERT_WIDEN(#condition), \
+                                    ::zq::wconvert(__FILE__), __LINE__, ::zq::wconvert(__func__));                \
+      if (::zq::isDebugbreakEnabled()) ::zq::debugBreak();                                                        \
+    }                                                                                                             \
   } while (false)
 #endif

@@ -112,8 +112,7 @@ LogicError& LogicError::operator=(const LogicError& other) noexcept {
 }
 Exception* LogicError::clone() const { return cloneAs(*this); }
 
-RuntimeError::RuntimeError(const std::string& what, const Exception* cause) noexcept
-    : Exception(what, cause) {}
+RuntimeError::RuntimeError(const std::string& what, const Exception* cause) noexcept : Exception(what, cause) {}
 RuntimeError::RuntimeError(const RuntimeError& other) noexcept : Exception(other) {}
 RuntimeError& RuntimeError::operator=(const RuntimeError& other) noexcept {
   Exception::operator=(other);

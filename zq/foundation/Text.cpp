@@ -12,9 +12,7 @@ namespace zq {
 
 namespace {
 
-const std::ctype<wchar_t>& ctypeOf(const std::locale& locale) {
-  return std::use_facet<std::ctype<wchar_t>>(locale);
-}
+const std::ctype<wchar_t>& ctypeOf(const std::locale& locale) { return std::use_facet<std::ctype<wchar_t>>(locale); }
 
 }  // namespace
 
@@ -73,8 +71,7 @@ std::wostream& operator<<(std::wostream& out, std::wistream& in) {
   constexpr std::streamsize kBlock = 256;
   std::unique_ptr<wchar_t[]> buffer(new wchar_t[kBlock]);
   in.sync();
-  for (std::streamsize n = in.readsome(buffer.get(), kBlock); n != 0;
-       n = in.readsome(buffer.get(), kBlock)) {
+  for (std::streamsize n = in.readsome(buffer.get(), kBlock); n != 0; n = in.readsome(buffer.get(), kBlock)) {
     out.write(buffer.get(), n);
   }
   out.flush();
