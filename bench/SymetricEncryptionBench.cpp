@@ -31,7 +31,7 @@ void BM_EvpEncrypt(benchmark::State& state) {
                       static_cast<int>(data.size()));
     EVP_EncryptFinal_ex(ctx, message.data() + 16 + n, &m);
     EVP_CIPHER_CTX_free(ctx);
-    message.resize(static_cast<std::size_t>(16 + n + m));
+    message.resize(16 + static_cast<std::size_t>(n) + static_cast<std::size_t>(m));
     benchmark::DoNotOptimize(message);
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * state.range(0)));

@@ -142,12 +142,17 @@ TEST_F(RSAKeyPairTest, KeysTravelAsPem) {
 TEST_F(RSAKeyPairTest, BadKeyTextsAreRefusedAndChangeNothing) {
   const secure_string pub = key().printPublicKey(), priv = key().printPrivateKey("p");
   const std::string pubDer = der(pub), privDer = der(priv);
-  const secure_string badPublic[] = {
-      "", "garbage", pub.substr(0, pub.size() / 2), pem("RSA PUBLIC KEY", pubDer.substr(0, 60)),
-      pem("PUBLIC KEY", pubDer), priv,
-      // Encrypted PEM headers: refused, without asking the terminal for a pass phrase.
+  // Encrypted PEM headers: refused, without asking the terminal for a pass phrase.
+  const secure_string encrypted =
       "-----BEGIN RSA PUBLIC KEY-----\nProc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF"
-      "\n\nMDEyMzQ1Njc4OWFiY2RlZg==\n-----END RSA PUBLIC KEY-----\n"};
+      "\n\nMDEyMzQ1Njc4OWFiY2RlZg==\n-----END RSA PUBLIC KEY-----\n";
+  const secure_string badPublic[] = {"",
+                                     "garbage",
+                                     pub.substr(0, pub.size() / 2),
+                                     pem("RSA PUBLIC KEY", pubDer.substr(0, 60)),
+                                     pem("PUBLIC KEY", pubDer),
+                                     priv,
+                                     encrypted};
   const secure_string badPrivate[] = {"", priv.substr(0, priv.size() - 40), pub,
                                       pem("ENCRYPTED PRIVATE KEY", privDer.substr(0, privDer.size() / 2)),
                                       pem("RSA PRIVATE KEY", pubDer)};

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -254,7 +253,7 @@ int RSAKeyPair::get_pass_phrase(char* buffer, int size, int /*rwflag*/, void* us
   if (buffer == nullptr || size <= 0 || user == nullptr) return 0;
   const secure_string& passPhrase = *static_cast<const secure_string*>(user);
   const std::size_t count = std::min(static_cast<std::size_t>(size), passPhrase.size());
-  std::memcpy(buffer, passPhrase.data(), count);
+  std::copy_n(passPhrase.data(), count, buffer);  // OpenSSL takes the count, no terminator
   return static_cast<int>(count);
 }
 

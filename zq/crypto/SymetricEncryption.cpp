@@ -74,8 +74,9 @@ int cipher(int direction, const unsigned char* key, const unsigned char* iv, con
     if (encrypting) out.clear();
     return kFinalFailed;
   }
-  out.resize(static_cast<std::size_t>(updated + finished));
-  return updated + finished;
+  const int written = updated + finished;
+  out.resize(static_cast<std::size_t>(written));
+  return written;
 }
 
 // The central decrypt into `out`, which changes only when there is plain text.
