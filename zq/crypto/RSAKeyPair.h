@@ -39,8 +39,9 @@ class ZQ_API RSAKeyPair {
 
   // Drops the key; the object holds nothing afterwards.
   void clear();
-  // Generates a key of `bits` with the exponent 65537; on failure (e.g. below 512 bits) the
-  // object holds nothing.
+  // Generates a key of `bits` with the exponent 65537. Below 512 bits (OpenSSL's minimum), above
+  // 16384 (more than OpenSSL's operations take, refused at once) or on any failure, the object
+  // holds nothing.
   void create(int bits);
 
   bool empty() const;            // no modulus
