@@ -400,7 +400,9 @@ secure_string MessageDigest::passwordHash(secure_string password, secure_string 
       OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS5, &noLowerBounds),
       OSSL_PARAM_construct_end()};
   unsigned char out[kMaxDigest];
+  ERR_set_mark();  // a refusal is reported by the zero bytes, not on the caller's error queue
   if (EVP_KDF_derive(context, out, sizeof(out), params) == 1) std::memcpy(&result[0], out, sizeof(out));
+  ERR_pop_to_mark();
   zeroOut(out, sizeof(out));
   EVP_KDF_CTX_free(context);
   return result;
