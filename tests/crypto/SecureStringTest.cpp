@@ -54,7 +54,8 @@ namespace {
 void onFree(const volatile void* p) {
   if (p != nullptr && g_scanning.load()) inspect(const_cast<const void*>(p), __sanitizer_get_allocated_size(p));
 }
-const int g_hooked = __sanitizer_install_malloc_and_free_hooks(nullptr, onFree);
+void onMalloc(const volatile void*, std::size_t) {}
+const int g_hooked = __sanitizer_install_malloc_and_free_hooks(onMalloc, onFree);  // both hooks, or none is taken
 }  // namespace
 #else
 #include <malloc.h>
