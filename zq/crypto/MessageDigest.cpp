@@ -59,6 +59,7 @@ class Fetched {
  private:
   Fetched() {
     OSSL_LIB_CTX* context = internal::libraryContext();
+    if (context == nullptr) return;  // never the application's context in its place
     ERR_set_mark();  // a digest this OpenSSL lacks is no error of the caller's
     for (int row = 0; row < kRowCount; ++row)
       m_digests[row] = kRows[row].fetchName == nullptr ? nullptr : EVP_MD_fetch(context, kRows[row].fetchName, nullptr);
@@ -311,6 +312,7 @@ secure_string MessageDigest::crypt_sha(secure_string key, secure_string salt, Al
 
   MessageDigest h(algorithm);
   const std::size_t n = static_cast<std::size_t>(h.length());
+  if (n == 0) return secure_string();  // an OpenSSL without SHA-2: nothing to hash with
   const std::size_t keySize = key.size();
   unsigned char a[kMaxDigest], b[kMaxDigest], d[kMaxDigest];
 
