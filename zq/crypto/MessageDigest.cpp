@@ -7,7 +7,6 @@
 #include <zq/values/Base64.h>
 
 #include <openssl/core_names.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 
@@ -59,12 +58,11 @@ class Fetched {
  private:
   Fetched() {
     OSSL_LIB_CTX* context = internal::libraryContext();
-    if (context == nullptr) return;  // never the application's context in its place
-    ERR_set_mark();                  // a digest this OpenSSL lacks is no error of the caller's
+    if (context == nullptr) return;       // never the application's context in its place
+    const internal::ErrorQueueMark mark;  // a digest this OpenSSL lacks is no error of the caller's
     for (int row = 0; row < kRowCount; ++row)
       m_digests[row] = kRows[row].fetchName == nullptr ? nullptr : EVP_MD_fetch(context, kRows[row].fetchName, nullptr);
     m_pbkdf2 = EVP_KDF_fetch(context, OSSL_KDF_NAME_PBKDF2, nullptr);
-    ERR_pop_to_mark();
   }
 
   EVP_MD* m_digests[kRowCount] = {};
@@ -402,9 +400,10 @@ secure_string MessageDigest::passwordHash(secure_string password, secure_string 
       OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS5, &noLowerBounds),
       OSSL_PARAM_construct_end()};
   unsigned char out[kMaxDigest];
-  ERR_set_mark();  // a refusal is reported by the zero bytes, not on the caller's error queue
-  if (EVP_KDF_derive(context, out, sizeof(out), params) == 1) std::memcpy(&result[0], out, sizeof(out));
-  ERR_pop_to_mark();
+  {
+    const internal::ErrorQueueMark mark;  // a refusal is reported by the zero bytes, not on the error queue
+    if (EVP_KDF_derive(context, out, sizeof(out), params) == 1) std::memcpy(&result[0], out, sizeof(out));
+  }
   zeroOut(out, sizeof(out));
   EVP_KDF_CTX_free(context);
   return result;

@@ -1,10 +1,10 @@
 #include <zq/crypto/RSAKeyPair.h>
 
 #include <zq/crypto/SecureFile.h>
+#include <zq/crypto/internal/OpenSslContext.h>
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
@@ -37,15 +37,7 @@ struct Free {
 template <class T>
 using Owned = std::unique_ptr<T, Free>;
 
-// Failures are answered through results here; what OpenSSL queued meanwhile would only confuse
-// the caller's next OpenSSL call, so it goes when the scope ends. Older entries stay.
-class ErrorQueueMark {
- public:
-  ErrorQueueMark() { ERR_set_mark(); }
-  ~ErrorQueueMark() { ERR_pop_to_mark(); }
-  ErrorQueueMark(const ErrorQueueMark&) = delete;
-  ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
-};
+using internal::ErrorQueueMark;
 
 RSA* newRsa() {
   RSA* rsa = RSA_new();

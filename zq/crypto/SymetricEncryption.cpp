@@ -1,8 +1,8 @@
 #include <zq/crypto/SymetricEncryption.h>
 
+#include <zq/crypto/internal/OpenSslContext.h>
 #include <zq/foundation/Log.h>
 
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
@@ -30,15 +30,7 @@ static_assert(sizeof(kKeyTable) == 154 + 1, "the key table holds 154 characters"
 const std::size_t kMaxInput = 0x7FFFFFEF;  // so that size + 16 still fits an int
 const int kTooLarge = -1, kInitFailed = -2, kUpdateFailed = -3, kFinalFailed = -4;
 
-// Failures are answered through codes here; what OpenSSL queued meanwhile would only confuse
-// the caller's next OpenSSL call, so it goes when the scope ends. Older entries stay.
-class ErrorQueueMark {
- public:
-  ErrorQueueMark() { ERR_set_mark(); }
-  ~ErrorQueueMark() { ERR_pop_to_mark(); }
-  ErrorQueueMark(const ErrorQueueMark&) = delete;
-  ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
-};
+using crypto::internal::ErrorQueueMark;
 
 struct ContextFree {
   void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }

@@ -13,10 +13,9 @@ OSSL_LIB_CTX* makeContext() {
   OSSL_LIB_CTX* context = OSSL_LIB_CTX_new();
   if (context == nullptr) return nullptr;
   // A missing legacy module is no error of the caller's: keep its report off their queue.
-  ERR_set_mark();
+  const ErrorQueueMark mark;
   OSSL_PROVIDER_load(context, "default");
   OSSL_PROVIDER_load(context, "legacy");
-  ERR_pop_to_mark();
   return context;
 }
 
@@ -27,6 +26,9 @@ OSSL_LIB_CTX* libraryContext() {
   static OSSL_LIB_CTX* const context = makeContext();
   return context;
 }
+
+ErrorQueueMark::ErrorQueueMark() { ERR_set_mark(); }
+ErrorQueueMark::~ErrorQueueMark() { ERR_pop_to_mark(); }
 
 }  // namespace internal
 }  // namespace crypto

@@ -13,6 +13,17 @@ namespace internal {
 // running at exit can still use it. Null only if OpenSSL could not make it.
 OSSL_LIB_CTX* libraryContext();
 
+// Failures of this layer are answered through results and codes; what OpenSSL queued meanwhile
+// would only confuse the caller's next OpenSSL call, so it goes when the scope ends. Entries
+// queued before the scope stay.
+class ErrorQueueMark {
+ public:
+  ErrorQueueMark();
+  ~ErrorQueueMark();
+  ErrorQueueMark(const ErrorQueueMark&) = delete;
+  ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
+};
+
 }  // namespace internal
 }  // namespace crypto
 }  // namespace zq
