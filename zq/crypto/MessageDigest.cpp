@@ -1,5 +1,6 @@
 #include <zq/crypto/MessageDigest.h>
 
+#include <zq/crypto/internal/CryptSetting.h>
 #include <zq/crypto/internal/OpenSslContext.h>
 #include <zq/foundation/Log.h>
 #include <zq/signals/Argument.h>
@@ -11,7 +12,6 @@
 #include <openssl/kdf.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -170,13 +170,6 @@ secure_string repeated(const unsigned char* digest, std::size_t n, std::size_t s
   return out;
 }
 
-// A count of decimal digits as atoi reads it, saturating.
-std::size_t roundsOf(std::string_view digits) {
-  std::size_t value = 0;
-  for (char c : digits) value = std::min<std::size_t>(INT_MAX, value * 10 + static_cast<std::size_t>(c - '0'));
-  return value;
-}
-
 }  // namespace
 
 // ---- the digest object ----
@@ -298,29 +291,9 @@ int MessageDigest::algorithmFromName(const std::string& name) {
 
 secure_string MessageDigest::crypt(secure_string key, secure_string salt) {
   WipeOnExit wipe(key, salt);
-  // "$5$" or "$6$", an optional "rounds=DIGITS$", and the rest of the setting as the salt.
-  Algorithm algorithm = SHA256;
-  std::size_t rounds = ROUNDS_DEFAULT;
-  bool custom = false;
-  secure_string saltUsed;
-  const std::string_view setting(salt.data(), salt.size());
-  if (setting.size() >= 3 && setting[0] == '$' && (setting[1] == '5' || setting[1] == '6') && setting[2] == '$') {
-    algorithm = setting[1] == '6' ? SHA512 : SHA256;
-    std::size_t start = 3;
-    constexpr std::string_view kRounds = "rounds=";
-    if (setting.substr(start, kRounds.size()) == kRounds) {
-      const std::size_t digits = start + kRounds.size();
-      std::size_t end = digits;
-      while (end < setting.size() && isAsciiDigit(setting[end])) ++end;
-      if (end > digits && end < setting.size() && setting[end] == '$') {
-        rounds = roundsOf(setting.substr(digits, end - digits));
-        custom = true;
-        start = end + 1;
-      }
-    }
-    saltUsed.assign(setting.substr(start));
-  }
-  return crypt_sha(std::move(key), std::move(saltUsed), algorithm, rounds, custom);
+  const internal::CryptSetting setting = internal::readCryptSetting(std::string_view(salt.data(), salt.size()));
+  return crypt_sha(std::move(key), secure_string(setting.salt.data(), setting.salt.size()), setting.algorithm,
+                   setting.rounds, setting.roundsCustom);
 }
 
 secure_string MessageDigest::crypt_sha(secure_string key, secure_string salt, Algorithm algorithm, std::size_t rounds,
@@ -334,7 +307,7 @@ secure_string MessageDigest::crypt_sha(secure_string key, secure_string salt, Al
     zeroOut(&salt[SALT_LEN_MAX], salt.size() - SALT_LEN_MAX);
     salt.resize(SALT_LEN_MAX);
   }
-  rounds = std::max(std::min(rounds, ROUNDS_MAX), ROUNDS_MIN);
+  rounds = internal::clampRounds(rounds);
 
   MessageDigest h(algorithm);
   const std::size_t n = static_cast<std::size_t>(h.length());
@@ -427,7 +400,9 @@ secure_string MessageDigest::passwordHash(secure_string password, secure_string 
       OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS5, &noLowerBounds),
       OSSL_PARAM_construct_end()};
   unsigned char out[kMaxDigest];
+  ERR_set_mark();  // a refusal is reported by the zero bytes, not on the caller's error queue
   if (EVP_KDF_derive(context, out, sizeof(out), params) == 1) std::memcpy(&result[0], out, sizeof(out));
+  ERR_pop_to_mark();
   zeroOut(out, sizeof(out));
   EVP_KDF_CTX_free(context);
   return result;
