@@ -21,9 +21,6 @@ namespace crypto {
 namespace fs = boost::filesystem;
 namespace io = boost::iostreams;
 
-// TEMPORARY until the secure file operations land: declared as SecureFile.h will.
-ZQ_API void zeroOut(const boost::filesystem::path& file, int passes);
-
 namespace {
 
 constexpr std::size_t b = aes_context::k_blockSize;
@@ -39,8 +36,8 @@ const char* const k_readShort = "zq::crypto: the source could not be read to its
 const char* const k_openSource = "zq::crypto: the source can't be opened";
 const char* const k_openTarget = "zq::crypto: the target can't be opened";
 const char* const k_newFile = "zq::crypto: no new file can be made beside the file";
-const char* const k_sync = "zq::crypto: the new content can't be flushed to the device";
 const char* const k_hold = "zq::crypto: the file can't be held open";
+const char* const k_replace = "zq::crypto: the new content can't take the file's place";
 
 std::error_code lastError() { return std::error_code(errno != 0 ? errno : EIO, std::system_category()); }
 
@@ -204,9 +201,9 @@ fs::path createBeside(const fs::path& file) {
 }
 
 // The in-place form of a pass. The new content is written beside the file, so that the rename
-// that puts it in place stays on one file system and is atomic; it is on the device before the
-// rename, and the rename before the old content, held open until then, is zeroed. Up to the
-// rename, any failure leaves the file as it was and removes the new file.
+// that puts it in place stays on one file system and is atomic; replaceFile forces it to the
+// device first. The old content is held open and zeroed only once the new one has its name: up
+// to then, any failure leaves the file as it was and removes the new file.
 template <class FilePass>
 void replaceInPlace(const fs::path& file, FilePass pass) {
   const std::uintmax_t size = fs::file_size(file);  // a missing file throws here, before anything is made
@@ -215,19 +212,14 @@ void replaceInPlace(const fs::path& file, FilePass pass) {
   try {
     const Moved moved = pass(file, temporary);
     if (moved.read != size) throw std::ios_base::failure(k_readShort, std::error_code(EIO, std::system_category()));
-    boost::system::error_code ignored;
-    fs::permissions(temporary, fs::status(file).permissions(), ignored);
-    if (const int error = platform::syncToDevice(temporary.string())) throwFileError(k_sync, temporary, error);
     if (const int error = old.open(file.string())) throwFileError(k_hold, file, error);
-    fs::rename(temporary, file);
+    errno = 0;
+    if (!replaceFile(file, temporary)) throwFileError(k_replace, file, errno != 0 ? errno : EIO);
   } catch (...) {
     boost::system::error_code ignored;
     fs::remove(temporary, ignored);
     throw;
   }
-  // Until the new name is on the device, the old content is all a crash would leave.
-  const fs::path folder = temporary.parent_path();
-  if (const int error = platform::syncToDevice(folder.string())) throwFileError(k_sync, folder, error);
   zeroOut(fs::path(old.path()), 1);
 }
 

@@ -8,29 +8,10 @@
 namespace zq {
 namespace platform {
 
-namespace {
-
-int closeKeepingErrno(int fd, int error) {
-  ::close(fd);
-  return error;
-}
-
-}  // namespace
-
 int createNewFile(const std::string& path) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) return errno;
   return ::close(fd) == 0 ? 0 : errno;
-}
-
-int syncToDevice(const std::string& path) {
-  // fsync needs no write access: a descriptor for reading flushes a file or a folder alike.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
-  int result;
-  while ((result = ::fsync(fd)) != 0 && errno == EINTR) {
-  }
-  return closeKeepingErrno(fd, result == 0 ? 0 : errno);
 }
 
 HeldFile::~HeldFile() {

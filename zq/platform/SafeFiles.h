@@ -1,5 +1,5 @@
 // File steps for replacing a file without ever losing its content: creating a file that did not
-// exist, flushing to the device, and keeping a file's content reachable after its name is gone.
+// exist, and keeping a file's content reachable after its name is gone.
 #pragma once
 
 #include <string>
@@ -10,9 +10,6 @@ namespace platform {
 // Creates `path` as a new, empty file readable and writable by its owner only; an existing file
 // is never touched. 0, or the errno of the failure (EEXIST for a name that is taken).
 int createNewFile(const std::string& path);
-
-// Flushes the data and metadata of a file or a folder to its device. 0, or the errno.
-int syncToDevice(const std::string& path);
 
 // A file held open for reading. Its content stays reachable through path() when its name is
 // removed or replaced, until the object goes. Not copyable.
