@@ -101,11 +101,7 @@ inline void writeFile(const boost::filesystem::path& path, const secure_string& 
 
 inline secure_string readFile(const boost::filesystem::path& path) {
   boost::filesystem::ifstream in(path, std::ios::in | std::ios::binary);
-  secure_string content;
-  char buffer[65536];
-  while (in.read(buffer, sizeof buffer) || in.gcount() > 0)
-    content.append(buffer, static_cast<std::size_t>(in.gcount()));
-  return content;
+  return secure_string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Runs `body` in a forked child and returns its exit code; a child that is killed (or runs past

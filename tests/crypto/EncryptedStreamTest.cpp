@@ -235,7 +235,7 @@ TEST_F(EncryptedFileInPlace, AMissingFileThrowsAndMakesNothing) {
   expectUntouched();
 }
 
-// How a child's in-place call ended.
+// How a call in a child ended.
 enum Outcome { k_noException = 0, k_filesystemError = 10, k_iosFailure = 11, k_otherError = 12, k_cannotTest = 77 };
 
 int outcomeOf(const std::function<void()>& call) {
@@ -251,99 +251,66 @@ int outcomeOf(const std::function<void()>& call) {
   }
 }
 
-int asNobody(const std::function<void()>& call) {
-  if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) return k_cannotTest;
-  return outcomeOf(call);
-}
-
-// Tests run as root, whom permission bits don't stop: the child becomes "nobody".
-TEST_F(EncryptedFileInPlace, AFolderThatTakesNoNewFileLeavesTheFileAsItWas) {
-  fs::permissions(file, fs::perms(0666));
-  const int outcome = zq::test::inChild([&] { return asNobody([&] { crypto::encrypt(file, kKey, nullptr); }); });
-  if (outcome == k_cannotTest) GTEST_SKIP() << "can't become nobody";
-  EXPECT_EQ(k_filesystemError, outcome);
-  expectUntouched();
-}
-
-// In a sticky folder a new file can be made, but not renamed over another user's file.
-TEST_F(EncryptedFileInPlace, AReplacementThatCantBeMadeLeavesTheFileAsItWas) {
-  fs::permissions(folder.path(), fs::perms(01777));
-  fs::permissions(file, fs::perms(0666));
-  for (bool encrypting : {true, false}) {
-    const int outcome = zq::test::inChild([&] {
-      return asNobody([&] {
-        if (encrypting) {
-          crypto::encrypt(file, kKey, nullptr);
-        } else {
-          crypto::decrypt(file, kKey, nullptr);
-        }
-      });
-    });
-    if (outcome == k_cannotTest) GTEST_SKIP() << "can't become nobody";
-    EXPECT_EQ(k_filesystemError, outcome) << encrypting;
-    expectUntouched();
+// Encrypts or decrypts `file` in place, or into a target beside it.
+void transform(const fs::path& file, bool encrypting, bool inPlace) {
+  const fs::path target = file.parent_path() / "target";
+  if (inPlace) {
+    encrypting ? crypto::encrypt(file, kKey, nullptr) : crypto::decrypt(file, kKey, nullptr);
+  } else {
+    encrypting ? crypto::encrypt(file, target, kKey, nullptr) : crypto::decrypt(file, target, kKey, nullptr);
   }
 }
 
-int underSizeLimit(rlim_t limit, const std::function<void()>& call) {
-  std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit rl{limit, limit};
-  if (::setrlimit(RLIMIT_FSIZE, &rl) != 0) return k_cannotTest;
-  return outcomeOf(call);
+// Tests run as root, whom permission bits don't stop: the child becomes "nobody". In a folder of
+// mode 0755 it can make no new file; in a sticky one it can, but not rename it over root's file.
+TEST_F(EncryptedFileInPlace, AFolderThatRefusesANewFileOrTheReplacementLeavesTheFileAsItWas) {
+  fs::permissions(file, fs::perms(0666));
+  for (const fs::perms mode : {fs::perms(0755), fs::perms(01777)}) {
+    fs::permissions(folder.path(), mode);
+    for (bool encrypting : {true, false}) {
+      const int outcome = zq::test::inChild([&] {
+        if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) return int(k_cannotTest);
+        return outcomeOf([&] { transform(file, encrypting, true); });
+      });
+      if (outcome == k_cannotTest) GTEST_SKIP() << "can't become nobody";
+      EXPECT_EQ(k_filesystemError, outcome) << "folder mode " << std::oct << mode << ", encrypting " << encrypting;
+      expectUntouched();
+    }
+  }
 }
 
-// A full disk, here a file-size limit: the new content can't be written in full.
+// A full disk, here a file-size limit: in place, the file stays as it was; file to file, the
+// half-written target goes. Either way no endless retry of a write that can't be made.
 TEST_F(EncryptedFileInPlace, AFullDiskLeavesTheFileAsItWas) {
-  for (bool encrypting : {true, false}) {
-    const int outcome = zq::test::inChild([&] {
-      return underSizeLimit(100000, [&] {
-        if (encrypting) {
-          crypto::encrypt(file, kKey, nullptr);
-        } else {
-          crypto::decrypt(file, kKey, nullptr);
-        }
+  for (bool inPlace : {true, false}) {
+    for (bool encrypting : {true, false}) {
+      const int outcome = zq::test::inChild([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{100000, 100000};
+        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return int(k_cannotTest);
+        return outcomeOf([&] { transform(file, encrypting, inPlace); });
       });
-    });
-    EXPECT_EQ(k_iosFailure, outcome) << encrypting;
-    expectUntouched();
-  }
-  // File to file, the half-written target goes, and a full disk is no endless retry.
-  for (bool encrypting : {true, false}) {
-    const fs::path target = folder / "target";
-    const int outcome = zq::test::inChild([&] {
-      return underSizeLimit(100000, [&] {
-        if (encrypting) {
-          crypto::encrypt(file, target, kKey, nullptr);
-        } else {
-          crypto::decrypt(file, target, kKey, nullptr);
-        }
-      });
-    });
-    EXPECT_EQ(k_iosFailure, outcome) << encrypting;
-    expectUntouched();
+      EXPECT_EQ(k_iosFailure, outcome) << "in place " << inPlace << ", encrypting " << encrypting;
+      expectUntouched();
+    }
   }
 }
 
 // The same on a real full file system, a small tmpfs, where one can be mounted.
 TEST_F(EncryptedFileInPlace, AFullFileSystemLeavesTheFileAsItWas) {
-  const fs::path mountPoint = folder / "small";
-  fs::create_directory(mountPoint);
+  const fs::path small = folder / "small", inside = small / "data";
+  fs::create_directory(small);
   const int outcome = zq::test::inChild([&] {
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=512k") != 0) {
+        ::mount("tmpfs", small.c_str(), "tmpfs", 0, "size=512k") != 0) {
       return int(k_cannotTest);
     }
-    const fs::path inside = mountPoint / "data";
     writeFile(inside, original);
-    const int result = outcomeOf([&] { crypto::encrypt(inside, kKey, nullptr); });
-    if (!(original == readFile(inside))) return 20;
-    if (fs::directory_iterator(mountPoint)->path() != inside ||
-        std::distance(fs::directory_iterator(mountPoint), {}) != 1)
-      return 21;
-    return result;
+    const int result = outcomeOf([&] { transform(inside, true, true); });
+    return original == readFile(inside) && std::distance(fs::directory_iterator(small), {}) == 1 ? result : 20;
   });
   if (outcome == k_cannotTest) GTEST_SKIP() << "no tmpfs can be mounted here";
-  EXPECT_EQ(k_iosFailure, outcome) << "20: the file changed, 21: something was left beside it";
+  EXPECT_EQ(k_iosFailure, outcome) << "20: the file changed, or something was left beside it";
 }
 
 }  // namespace
