@@ -44,6 +44,7 @@ std::string readAll(const fs::path& path) {
 // Runs a command without a shell; true if it exited with 0.
 bool run(const std::vector<std::string>& argv) {
   std::vector<char*> args;
+  args.reserve(argv.size() + 1);
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
   pid_t pid = 0;

@@ -182,6 +182,8 @@ int main() {
   } catch (const zq::Exception& e) {
     std::wcerr << L"zq_demo failed: ";
     e.writeTo(std::wcerr) << std::endl;
+  } catch (const std::exception& e) {  // the file steps report through Boost's and the standard's
+    std::wcerr << L"zq_demo failed: " << zq::wconvert(e.what()) << std::endl;
   }
   return 1;
 }

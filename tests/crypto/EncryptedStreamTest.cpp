@@ -171,7 +171,7 @@ TEST(EncryptingFilters, WorkInTheCallersOwnChains) {
     out.push(crypto::encrypting_output_filter(&context));
     out.push(io::back_inserter(cipher));
     for (std::size_t at = 0; at < plain.size(); at += 777)
-      out.write(&plain[at], std::min<std::size_t>(777, plain.size() - at));
+      out.write(&plain[at], static_cast<std::streamsize>(std::min<std::size_t>(777, plain.size() - at)));
     out.reset();  // closes the chain: the last block
   }
   ASSERT_EQ(encryptedSize(plain.size()), cipher.size());

@@ -27,7 +27,7 @@ constexpr std::size_t b = aes_context::k_blockSize;
 
 // The piece that each stage of a file chain works in. Larger pieces than a kilobyte or two
 // spare system calls and calls into the cipher; the bytes on disk are the same.
-constexpr std::streamsize k_piece = 64 * 1024;
+constexpr std::streamsize k_piece = std::streamsize(64) * 1024;
 
 const char* const k_invalidPosition = "invalid string position";
 const char* const k_sinkRefused = "zq::crypto: the sink of an encrypting filter takes no more bytes";
@@ -186,7 +186,7 @@ Moved decryptFile(const fs::path& source, const fs::path& target, secure_string 
 fs::path createBeside(const fs::path& file) {
   const fs::path folder = file.has_parent_path() ? file.parent_path() : fs::path(".");
   for (;;) {
-    const fs::path candidate = folder / fs::unique_path("%%%%-%%%%-%%%%-%%%%");
+    fs::path candidate = folder / fs::unique_path("%%%%-%%%%-%%%%-%%%%");
     const int error = platform::createNewFile(candidate.string());
     if (error == 0) return candidate;
     if (error != EEXIST) throwFileError(k_newFile, candidate, error);

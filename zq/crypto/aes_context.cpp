@@ -79,8 +79,8 @@ void aes_context::init_for_decrypting(secure_string key, secure_string iv) {
   // Zero-filled to the lengths the cipher reads.
   unsigned char keyBytes[k_keySize] = {};
   unsigned char ivBytes[b] = {};
-  std::memcpy(keyBytes, key.data(), std::min(key.size(), sizeof keyBytes));
-  std::memcpy(ivBytes, iv.data(), std::min(iv.size(), sizeof ivBytes));
+  std::copy_n(key.data(), std::min(key.size(), sizeof keyBytes), keyBytes);
+  std::copy_n(iv.data(), std::min(iv.size(), sizeof ivBytes), ivBytes);
   EVP_CIPHER_CTX_reset(m_cipher);
   m_result = EVP_DecryptInit_ex(m_cipher, cipher(), nullptr, keyBytes, ivBytes);
   m_mode = k_decrypting;
