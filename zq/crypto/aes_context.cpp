@@ -4,7 +4,6 @@
 #include <zq/crypto/internal/OpenSslContext.h>
 #include <zq/crypto/internal/Wipe.h>
 
-#include <openssl/err.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -33,15 +32,7 @@ const EVP_CIPHER* cipher() {
 
 unsigned char* bytes(secure_string& s) { return reinterpret_cast<unsigned char*>(s.data()); }
 
-// A finishing call leaves an error on the thread's OpenSSL queue when the padding does not
-// check out; nobody is told of that here, so nobody else should find it either.
-class ErrorMark {
- public:
-  ErrorMark() { ERR_set_mark(); }
-  ~ErrorMark() { ERR_pop_to_mark(); }
-  ErrorMark(const ErrorMark&) = delete;
-  ErrorMark& operator=(const ErrorMark&) = delete;
-};
+using internal::ErrorQueueMark;
 
 }  // namespace
 
@@ -91,6 +82,7 @@ void aes_context::init_for_decrypting(secure_string key, secure_string iv) {
 }
 
 std::size_t aes_context::encrypt_buffer(range_type& in) {
+  const ErrorQueueMark mark;  // a closed context refuses; that is seen in the result
   m_buffer.clear();
   while (in.second != 0) {
     const range_type free = m_buffer.free_range();
@@ -110,13 +102,14 @@ std::size_t aes_context::encrypt_final(bool clear_buffer) {
   // The last block needs a whole block of room in one piece.
   const range_type free = m_buffer.reserve(b);
   int produced = 0;
-  ErrorMark mark;
+  const ErrorQueueMark mark;
   m_result = EVP_EncryptFinal_ex(m_cipher, free.first, &produced);
   m_buffer.commit(static_cast<std::size_t>(produced));
   return static_cast<std::size_t>(produced);
 }
 
 std::size_t aes_context::decrypt_buffer(range_type& out) {
+  const ErrorQueueMark mark;
   std::size_t total = 0;
   // The cipher writes up to a block more than it reads.
   while (!m_buffer.empty() && out.second > b) {
@@ -147,7 +140,7 @@ std::size_t aes_context::decrypt_final(range_type& out) {
   unsigned char block[b];
   int produced = 0;
   {
-    ErrorMark mark;
+    const ErrorQueueMark mark;
     m_result = EVP_DecryptFinal_ex(m_cipher, block, &produced);
   }
   const std::size_t n = std::min(static_cast<std::size_t>(produced), out.second);
