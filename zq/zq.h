@@ -41,6 +41,7 @@
 // crypto
 #include <zq/crypto/MessageDigest.h>
 #include <zq/crypto/SecureFile.h>
+#include <zq/crypto/SecureHeap.h>
 #include <zq/crypto/SecureString.h>
 
 // values
