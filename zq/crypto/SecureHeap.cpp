@@ -27,6 +27,8 @@ constexpr std::size_t kMinPayload = 16;
 constexpr std::size_t kMinBlock = 24;
 // malloc and growing leave smaller tails as slack; shrinking cuts any tail that can be free.
 constexpr std::size_t kMinTailToCut = 32;
+// Capacities below this have a slot of their own in SmallKeys.
+constexpr std::size_t kSmallKeys = 65536;
 
 const char* const kUnlockedWarning =
     "memory could not be locked; secure pages stay out of core dumps and are wiped, but may be swapped out: ";
@@ -85,7 +87,56 @@ void setDistanceBack(B* b, std::uint32_t distance) {
 
 void reportForeign(const char* function, const void* p) { ZQ_LOG(Log::Critical, function, kForeignPointer << p); }
 
+std::size_t checkedGranularity(std::size_t granularity) {
+  if (granularity == 0) throw std::invalid_argument("zq::crypto::SecureHeap: a granularity of 0 bytes");
+  return granularity;
+}
+
+constexpr std::uint64_t bit(std::size_t i) { return std::uint64_t(1) << i; }
+
 }  // namespace
+
+// Which capacities below 64 KiB are keys of free_blocks, and their entries, one slot per
+// multiple of 8. Best fit and the list updates of the common sizes find their entry here in a few
+// steps instead of a walk down the tree, which costs a mispredicted branch a level. The tree stays
+// the index; this only points into it.
+struct SecureHeap::SmallKeys {
+  static constexpr std::size_t kSlots = kSmallKeys / 8;
+  static constexpr std::size_t kWords = kSlots / 64;
+  static constexpr std::size_t kSummaries = kWords / 64;
+
+  // Bit w of summary[w / 64] is set while words[w] is not 0.
+  std::uint64_t summary[kSummaries] = {};
+  std::uint64_t words[kWords] = {};
+  FreeIndex::iterator entries[kSlots];
+
+  bool has(std::size_t slot) const { return (words[slot / 64] & bit(slot % 64)) != 0; }
+  void add(std::size_t slot, FreeIndex::iterator entry) {
+    entries[slot] = entry;
+    words[slot / 64] |= bit(slot % 64);
+    summary[slot / 4096] |= bit(slot / 64 % 64);
+  }
+  void remove(std::size_t slot) {
+    words[slot / 64] &= ~bit(slot % 64);
+    if (words[slot / 64] == 0) summary[slot / 4096] &= ~bit(slot / 64 % 64);
+  }
+  // The first slot at or after `slot` that is taken; kSlots if none.
+  std::size_t next(std::size_t slot) const {
+    if (slot >= kSlots) return kSlots;
+    std::size_t w = slot / 64;
+    const std::uint64_t here = words[w] & (~std::uint64_t(0) << (slot % 64));
+    if (here != 0) return w * 64 + static_cast<std::size_t>(__builtin_ctzll(here));
+    ++w;
+    for (std::size_t s = w / 64; s < kSummaries; ++s) {
+      const std::uint64_t later = s == w / 64 ? summary[s] & (~std::uint64_t(0) << (w % 64)) : summary[s];
+      if (later != 0) {
+        const std::size_t found = s * 64 + static_cast<std::size_t>(__builtin_ctzll(later));
+        return found * 64 + static_cast<std::size_t>(__builtin_ctzll(words[found]));
+      }
+    }
+    return kSlots;
+  }
+};
 
 // ---- page_allocator ----
 
@@ -132,11 +183,10 @@ bool page_allocator::is_locked(char const* p) { return unlockedRegions().count(p
 
 // Building free_blocks builds its node allocator, whose constructor touches the singleton pool
 // (is_from(0)), so the pool exists before the first node is needed.
-SecureHeap::SecureHeap(std::size_t granularity) : page_granularity(granularity), allocated(0) {
-  if (granularity == 0) throw std::invalid_argument("zq::crypto::SecureHeap: a granularity of 0 bytes");
-}
+SecureHeap::SecureHeap(std::size_t granularity)
+    : page_granularity(checkedGranularity(granularity)), allocated(0), small_keys(new SmallKeys()) {}
 
-SecureHeap::~SecureHeap() = default;
+SecureHeap::~SecureHeap() { delete small_keys; }
 
 SecureHeap& SecureHeap::instance() {
   static SecureHeap* const heap = new SecureHeap(16 * page_allocator::page_size());
@@ -151,7 +201,7 @@ void* SecureHeap::malloc(std::size_t size) {
 
 void* SecureHeap::malloc_noLock(std::size_t need) {
   BlockInfo* b;
-  const FreeIndex::iterator fit = free_blocks.lower_bound(need);
+  const FreeIndex::iterator fit = fit_noLock(need);
   if (fit != free_blocks.end()) {
     // remove_free of the head, with its entry at hand.
     FreeBlockInfo* head = fit->second;
@@ -160,11 +210,13 @@ void* SecureHeap::malloc_noLock(std::size_t need) {
       head->next->prev = nullptr;
       fit->second = head->next;
     } else {
-      free_blocks.erase(fit);
+      erase_noLock(fit);
     }
     b = head;
   } else {
-    const std::uint64_t pageSize = (need + kHeader + page_granularity - 1) / page_granularity * page_granularity;
+    std::uint64_t pageSize = (need + kHeader + page_granularity - 1) / page_granularity * page_granularity;
+    // Whole multiples of 8 for every block, hence for every key, whatever the granularity.
+    while (pageSize % 8 != 0) pageSize += page_granularity;
     if (pageSize > UINT32_MAX) throw std::bad_alloc();
     b = alloc_page(pageSize);
   }
@@ -294,16 +346,27 @@ bool SecureHeap::heapWalk() const {
   if (inUse != allocated) return false;
 
   std::size_t indexed = 0;
+  std::size_t smallKeys = 0;
   for (const auto& entry : free_blocks) {
     const FreeBlockInfo* before = nullptr;
-    if (entry.second == nullptr) return false;
+    if (entry.second == nullptr || entry.first % 8 != 0) return false;
+    if (entry.first < kSmallKeys) {
+      const std::size_t slot = entry.first / 8;
+      if (!small_keys->has(slot) || &*small_keys->entries[slot] != &entry) return false;
+      ++smallKeys;
+    }
     for (const FreeBlockInfo* f = entry.second; f != nullptr; before = f, f = f->next) {
       if (++indexed > freeBlocks) return false;  // also ends a cycle
       if (f->prev != before || !isFree(f) || f->size - kHeader != entry.first) return false;
       if (page_of_noLock(f) == heap_pages.end()) return false;
     }
   }
-  return indexed == freeBlocks;
+  std::size_t slots = 0;
+  for (std::size_t w = 0; w < SmallKeys::kWords; ++w) {
+    slots += static_cast<std::size_t>(__builtin_popcountll(small_keys->words[w]));
+    if ((small_keys->words[w] != 0) != ((small_keys->summary[w / 64] & bit(w % 64)) != 0)) return false;
+  }
+  return indexed == freeBlocks && slots == smallKeys;
 }
 
 bool SecureHeap::all_pages_locked() const {
@@ -327,8 +390,30 @@ unsigned int SecureHeap::block_class(std::size_t size) {
 }
 
 SecureHeap::FreeBlockInfo* SecureHeap::best_fit(std::size_t size) const {
-  const FreeIndex::const_iterator fit = free_blocks.lower_bound(size);
+  const FreeIndex::iterator fit = fit_noLock(size);
   return fit == free_blocks.end() ? nullptr : fit->second;
+}
+
+SecureHeap::FreeIndex::iterator SecureHeap::fit_noLock(std::size_t size) const {
+  FreeIndex& index = const_cast<FreeIndex&>(free_blocks);
+  if (size >= kSmallKeys) return index.lower_bound(size);
+  const std::size_t slot = small_keys->next((size + 7) / 8);
+  return slot < SmallKeys::kSlots ? small_keys->entries[slot] : index.lower_bound(kSmallKeys);
+}
+
+SecureHeap::FreeBlockInfo*& SecureHeap::list_noLock(std::size_t key) {
+  if (key >= kSmallKeys) return free_blocks[key];
+  const std::size_t slot = key / 8;
+  if (!small_keys->has(slot)) {
+    // The entry of the next larger key is where the new one goes, without a walk down the tree.
+    small_keys->add(slot, free_blocks.emplace_hint(fit_noLock(key + 1), key, nullptr));
+  }
+  return small_keys->entries[slot]->second;
+}
+
+void SecureHeap::erase_noLock(FreeIndex::iterator entry) {
+  if (entry->first < kSmallKeys) small_keys->remove(entry->first / 8);
+  free_blocks.erase(entry);
 }
 
 SecureHeap::BlockInfo* SecureHeap::alloc_page(std::size_t size) {
@@ -351,7 +436,7 @@ void SecureHeap::free_page(BlockInfo* b) {
 }
 
 void SecureHeap::insert_free(FreeBlockInfo* b) {
-  FreeBlockInfo*& head = free_blocks[b->size - kHeader];  // the one step that can throw
+  FreeBlockInfo*& head = list_noLock(b->size - kHeader);  // the one step that can throw
   b->prev_and_flags &= ~kInUse;
   b->next = head;
   b->prev = nullptr;
@@ -366,11 +451,12 @@ void SecureHeap::remove_free(FreeBlockInfo* b) {
     b->prev->next = b->next;
     return;
   }
-  const FreeIndex::iterator entry = free_blocks.find(b->size - kHeader);
+  const std::size_t key = b->size - kHeader;
+  const FreeIndex::iterator entry = key < kSmallKeys ? small_keys->entries[key / 8] : free_blocks.find(key);
   if (b->next)
     entry->second = b->next;
   else
-    free_blocks.erase(entry);
+    erase_noLock(entry);
 }
 
 std::size_t SecureHeap::rest_size(BlockInfo* b, std::size_t size) const {

@@ -146,11 +146,17 @@ class ZQ_API SecureHeap {
                                      boost::details::pool::null_mutex, 1024, 0>
       FreeIndexAllocator;
   typedef std::map<std::uint64_t, FreeBlockInfo*, std::less<std::uint64_t>, FreeIndexAllocator> FreeIndex;
+  struct SmallKeys;
 
   void* malloc_noLock(std::size_t need);
   void free_noLock(BlockInfo* b);
   // Puts a tail cut from `b` in the index; when the index can't grow, `b` keeps it as slack.
   void give_back_tail(BlockInfo* b, FreeBlockInfo* tail);
+  // The entry with the smallest key not below `size`, or the end.
+  FreeIndex::iterator fit_noLock(std::size_t size) const;
+  // The head of the list of `key`, made empty if there is none. Throws std::bad_alloc.
+  FreeBlockInfo*& list_noLock(std::size_t key);
+  void erase_noLock(FreeIndex::iterator entry);
   // True when `b` is the header of a block in use in one of this heap's pages.
   bool in_use_here_noLock(BlockInfo const* b) const;
   // The page that holds `address`, or the end of heap_pages.
@@ -162,6 +168,8 @@ class ZQ_API SecureHeap {
   mutable boost::shared_mutex lock;
   std::map<BlockInfo*, std::uint64_t> heap_pages;
   std::uint64_t allocated;
+  // Where the smaller keys of free_blocks are, so that their lookups skip the walk down the tree.
+  SmallKeys* small_keys;
 };
 
 // The process's secure heap, for the programs above the library.
