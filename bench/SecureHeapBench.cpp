@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -41,6 +42,13 @@ struct ZqSecureHeap {
   static bool ready() { return true; }
   static void* alloc(std::size_t n) { return zq::crypto::malloc(n); }
   static void release(void* p, std::size_t) { zq::crypto::free(p); }
+
+  // Locked memory beyond the heap's pages: the free index's pool.
+  static double indexKiB() {
+    std::size_t regions = 0;
+    for (const auto& region : zq::crypto::page_allocator::pages) regions += region.second;
+    return static_cast<double>(regions - zq::crypto::SecureHeap::instance().total_size()) / 1024;
+  }
 };
 
 struct GlibcMalloc {
@@ -82,6 +90,10 @@ void pairsAmongLiveBlocks(benchmark::State& state) {
     live[slot] = Heap::alloc(sizes[slot] = t.size[(k * 7 + 3) % kTable]);
     benchmark::DoNotOptimize(live[slot]);
     ++k;
+  }
+  if constexpr (std::is_same_v<Heap, ZqSecureHeap>) {
+    state.counters["heap_KiB"] = static_cast<double>(zq::crypto::SecureHeap::instance().total_size()) / 1024;
+    state.counters["index_KiB"] = ZqSecureHeap::indexKiB();
   }
   for (std::size_t i = 0; i < kLive; ++i) Heap::release(live[i], sizes[i]);
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));

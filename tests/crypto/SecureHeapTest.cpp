@@ -1,4 +1,5 @@
 #include <zq/crypto/SecureHeap.h>
+#include <zq/crypto/internal/SecureHeapSets.h>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/LogCapture.h"
@@ -177,6 +178,30 @@ TEST_F(SecureHeapTest, ThreeNeighboursFreedInAnyOrderBecomeOneFreeBlock) {
   } while (std::next_permutation(order.begin(), order.end()));
 }
 
+TEST_F(SecureHeapTest, BestFitTakesTheSmallestListAndItsLatestBlock) {
+  std::vector<void*> guards;
+  const auto between = [&](std::size_t size) {
+    void* p = heap.malloc(size);
+    guards.push_back(heap.malloc(16));
+    return p;
+  };
+  void* small = between(64);
+  void* first = between(128);
+  void* second = between(128);
+  void* large = between(256);
+  for (void* p : {first, second, small, large}) heap.free(p);
+
+  EXPECT_EQ(second, heap.malloc(100));  // 128 is the smallest that fits; the latest freed first
+  EXPECT_EQ(first, heap.malloc(128));
+  EXPECT_EQ(small, heap.malloc(64));
+  void* cut = heap.malloc(72);  // only the 256 fits, and is cut
+  EXPECT_EQ(large, cut);
+  EXPECT_EQ(72u, heap.msize(cut));
+  EXPECT_TRUE(heap.heapWalk());
+  for (void* p : {first, second, small, cut}) heap.free(p);
+  for (void* p : guards) heap.free(p);
+}
+
 // ---- wiping ----
 
 TEST_F(SecureHeapTest, FreedPayloadsReadZero) {
@@ -337,6 +362,25 @@ TEST(SecureHeapClass, BlockClassKeepsItsMasks) {
   EXPECT_EQ(0x120000u, TestHeap::block_class(0x12FFFF));
   EXPECT_EQ(0x1200000u, TestHeap::block_class(0x12FFFFF));
   EXPECT_EQ(0x12000000u, TestHeap::block_class(0x12FFFFFF));
+}
+
+TEST(SecureHeapSizeSet, NextFindsTheFirstMemberAcrossWordsAndSummaries) {
+  internal::FreeSizeSet<8192> set;
+  EXPECT_EQ(8192u, set.next(0));
+  for (std::size_t slot : {0u, 63u, 64u, 4095u, 4096u, 8191u}) set.insert(slot);
+  EXPECT_EQ(0u, set.next(0));
+  EXPECT_EQ(63u, set.next(1));
+  EXPECT_EQ(64u, set.next(64));
+  EXPECT_EQ(4095u, set.next(65));
+  EXPECT_EQ(4096u, set.next(4096));
+  EXPECT_EQ(8191u, set.next(4097));
+  EXPECT_EQ(8192u, set.next(8192));
+  set.erase(4095);
+  EXPECT_EQ(4096u, set.next(65));
+  set.erase(4096);
+  set.erase(8191);
+  EXPECT_EQ(8192u, set.next(65));
+  EXPECT_TRUE(set.consistent());
 }
 
 // ---- locked pages ----

@@ -1,5 +1,6 @@
 #include <zq/crypto/SecureHeap.h>
 
+#include <zq/crypto/internal/SecureHeapSets.h>
 #include <zq/foundation/Log.h>
 #include <zq/platform/LockedPages.h>
 #include <zq/platform/SharedLibrary.h>
@@ -27,7 +28,7 @@ constexpr std::size_t kMinPayload = 16;
 constexpr std::size_t kMinBlock = 24;
 // malloc and growing leave smaller tails as slack; shrinking cuts any tail that can be free.
 constexpr std::size_t kMinTailToCut = 32;
-// Capacities below this have a slot of their own in SmallKeys.
+// Capacities below this have a slot of their own in the shortcuts.
 constexpr std::size_t kSmallKeys = 65536;
 
 const char* const kUnlockedWarning =
@@ -92,50 +93,19 @@ std::size_t checkedGranularity(std::size_t granularity) {
   return granularity;
 }
 
-constexpr std::uint64_t bit(std::size_t i) { return std::uint64_t(1) << i; }
-
 }  // namespace
 
-// Which capacities below 64 KiB are keys of free_blocks, and their entries, one slot per
-// multiple of 8. Best fit and the list updates of the common sizes find their entry here in a few
-// steps instead of a walk down the tree, which costs a mispredicted branch a level. The tree stays
-// the index; this only points into it.
-struct SecureHeap::SmallKeys {
+struct SecureHeap::Shortcuts {
   static constexpr std::size_t kSlots = kSmallKeys / 8;
-  static constexpr std::size_t kWords = kSlots / 64;
-  static constexpr std::size_t kSummaries = kWords / 64;
 
-  // Bit w of summary[w / 64] is set while words[w] is not 0.
-  std::uint64_t summary[kSummaries] = {};
-  std::uint64_t words[kWords] = {};
-  FreeIndex::iterator entries[kSlots];
-
-  bool has(std::size_t slot) const { return (words[slot / 64] & bit(slot % 64)) != 0; }
-  void add(std::size_t slot, FreeIndex::iterator entry) {
-    entries[slot] = entry;
-    words[slot / 64] |= bit(slot % 64);
-    summary[slot / 4096] |= bit(slot / 64 % 64);
-  }
-  void remove(std::size_t slot) {
-    words[slot / 64] &= ~bit(slot % 64);
-    if (words[slot / 64] == 0) summary[slot / 4096] &= ~bit(slot / 64 % 64);
-  }
-  // The first slot at or after `slot` that is taken; kSlots if none.
-  std::size_t next(std::size_t slot) const {
-    if (slot >= kSlots) return kSlots;
-    std::size_t w = slot / 64;
-    const std::uint64_t here = words[w] & (~std::uint64_t(0) << (slot % 64));
-    if (here != 0) return w * 64 + static_cast<std::size_t>(__builtin_ctzll(here));
-    ++w;
-    for (std::size_t s = w / 64; s < kSummaries; ++s) {
-      const std::uint64_t later = s == w / 64 ? summary[s] & (~std::uint64_t(0) << (w % 64)) : summary[s];
-      if (later != 0) {
-        const std::size_t found = s * 64 + static_cast<std::size_t>(__builtin_ctzll(later));
-        return found * 64 + static_cast<std::size_t>(__builtin_ctzll(words[found]));
-      }
-    }
-    return kSlots;
-  }
+  // The keys of free_blocks below 64 KiB, one slot per multiple of 8: the mapped value of each
+  // key's entry (null until the key is made), and which lists have blocks. Best fit and the list
+  // updates of the common sizes find their list here in a few steps instead of a walk down the
+  // tree, which costs a mispredicted branch a level.
+  FreeBlockInfo** heads[kSlots] = {};
+  internal::FreeSizeSet<kSlots> filled;
+  // The system pages of heap_pages, so that free can tell its pointers from others at once.
+  internal::OwnedPageSet pages{platform::pageSize()};
 };
 
 // ---- page_allocator ----
@@ -143,8 +113,7 @@ struct SecureHeap::SmallKeys {
 std::map<char const*, std::size_t>& page_allocator::pages = *new std::map<char const*, std::size_t>();
 
 char* page_allocator::malloc(size_type size) {
-  int error = 0;
-  char* region = static_cast<char*>(platform::mapPages(size, error));
+  char* region = static_cast<char*>(platform::mapPages(size));
   if (region == nullptr) throw std::bad_alloc();
   try {
     if (const int refused = platform::lockPages(region, size)) {
@@ -184,9 +153,9 @@ bool page_allocator::is_locked(char const* p) { return unlockedRegions().count(p
 // Building free_blocks builds its node allocator, whose constructor touches the singleton pool
 // (is_from(0)), so the pool exists before the first node is needed.
 SecureHeap::SecureHeap(std::size_t granularity)
-    : page_granularity(checkedGranularity(granularity)), allocated(0), small_keys(new SmallKeys()) {}
+    : page_granularity(checkedGranularity(granularity)), allocated(0), shortcuts(new Shortcuts()) {}
 
-SecureHeap::~SecureHeap() { delete small_keys; }
+SecureHeap::~SecureHeap() { delete shortcuts; }
 
 SecureHeap& SecureHeap::instance() {
   static SecureHeap* const heap = new SecureHeap(16 * page_allocator::page_size());
@@ -195,23 +164,22 @@ SecureHeap& SecureHeap::instance() {
 
 void* SecureHeap::malloc(std::size_t size) {
   const std::size_t need = neededPayload(size);
-  boost::unique_lock<boost::shared_mutex> guard(lock);
+  std::unique_lock<std::shared_mutex> guard(lock);
   return malloc_noLock(need);
 }
 
 void* SecureHeap::malloc_noLock(std::size_t need) {
   BlockInfo* b;
-  const FreeIndex::iterator fit = fit_noLock(need);
-  if (fit != free_blocks.end()) {
-    // remove_free of the head, with its entry at hand.
-    FreeBlockInfo* head = fit->second;
+  if (FreeBlockInfo** list = fit_noLock(need)) {
+    // remove_free of the head, with its list at hand.
+    FreeBlockInfo* head = *list;
+    __builtin_prefetch(reinterpret_cast<char*>(head) + head->size, 1);  // the successor, for the cut
     head->prev_and_flags |= kInUse;
-    if (head->next) {
+    *list = head->next;
+    if (head->next)
       head->next->prev = nullptr;
-      fit->second = head->next;
-    } else {
-      erase_noLock(fit);
-    }
+    else
+      emptied_noLock(head->size - kHeader);
     b = head;
   } else {
     std::uint64_t pageSize = (need + kHeader + page_granularity - 1) / page_granularity * page_granularity;
@@ -220,7 +188,7 @@ void* SecureHeap::malloc_noLock(std::size_t need) {
     if (pageSize > UINT32_MAX) throw std::bad_alloc();
     b = alloc_page(pageSize);
   }
-  if (rest_size(b, need) >= kMinTailToCut) give_back_tail(b, split_merge(b, need));
+  if (rest_size_noLock(b, need) >= kMinTailToCut) give_back_tail(b, split_merge_noLock(b, need));
   b->prev_and_flags |= kInUse;
   allocated += b->size - kHeader;
   return payload(b);
@@ -228,15 +196,15 @@ void* SecureHeap::malloc_noLock(std::size_t need) {
 
 void SecureHeap::give_back_tail(BlockInfo* b, FreeBlockInfo* tail) {
   try {
-    insert_free(tail);
+    insert_free_noLock(tail);
   } catch (const std::bad_alloc&) {
-    merge(b);  // the index can't grow: the tail stays with `b` as slack
+    merge_noLock(b);  // the index can't grow: the tail stays with `b` as slack
   }
 }
 
 void SecureHeap::free(void* p) {
   if (p == nullptr) return;
-  boost::unique_lock<boost::shared_mutex> guard(lock);
+  std::unique_lock<std::shared_mutex> guard(lock);
   BlockInfo* b = block(p);
   if (!in_use_here_noLock(b)) return reportForeign("zq::crypto::SecureHeap::free", p);
   free_noLock(b);
@@ -244,17 +212,20 @@ void SecureHeap::free(void* p) {
 
 void SecureHeap::free_noLock(BlockInfo* b) {
   const std::size_t capacity = b->size - kHeader;
+  BlockInfo* next = successor(b);
+  // The neighbours' headers come in while the payload is wiped.
+  if (next) __builtin_prefetch(next, 1);
+  if (BlockInfo* before = predecessor(b)) __builtin_prefetch(before, 1);
   wipe(payload(b), capacity);
   allocated -= capacity;
-  BlockInfo* next = successor(b);
   if (next && isFree(next)) {
-    remove_free(static_cast<FreeBlockInfo*>(next));
-    merge(b);
+    remove_free_noLock(static_cast<FreeBlockInfo*>(next));
+    merge_noLock(b);
   }
   BlockInfo* before = predecessor(b);
   if (before && isFree(before)) {
-    remove_free(static_cast<FreeBlockInfo*>(before));
-    merge(before);
+    remove_free_noLock(static_cast<FreeBlockInfo*>(before));
+    merge_noLock(before);
     b = before;
   }
   if ((b->prev_and_flags & ~kInUse) == kLastInPage) {  // the whole page
@@ -263,7 +234,7 @@ void SecureHeap::free_noLock(BlockInfo* b) {
     return;
   }
   try {
-    insert_free(static_cast<FreeBlockInfo*>(b));
+    insert_free_noLock(static_cast<FreeBlockInfo*>(b));
   } catch (const std::bad_alloc&) {
     // The index can't grow: the block stays marked in use, wiped and lost to this heap, but no
     // neighbour will take it for free.
@@ -273,7 +244,7 @@ void SecureHeap::free_noLock(BlockInfo* b) {
 void* SecureHeap::realloc(void* p, std::size_t size) {
   if (p == nullptr) return malloc(size);
   const std::size_t need = neededPayload(size);
-  boost::unique_lock<boost::shared_mutex> guard(lock);
+  std::unique_lock<std::shared_mutex> guard(lock);
   BlockInfo* b = block(p);
   if (!in_use_here_noLock(b)) {
     reportForeign("zq::crypto::SecureHeap::realloc", p);
@@ -284,14 +255,14 @@ void* SecureHeap::realloc(void* p, std::size_t size) {
   if (need <= capacity) {
     if (need + kMinBlock >= total) return p;  // the tail could not be a free block
     wipe(static_cast<char*>(p) + need, capacity - need);
-    give_back_tail(b, split_merge(b, need));
+    give_back_tail(b, split_merge_noLock(b, need));
   } else {
     BlockInfo* next = successor(b);
     if (next && isFree(next) && need + 2 * kHeader <= total + next->size) {
       // The gained memory was free, hence wiped: nothing to wipe here.
-      remove_free(static_cast<FreeBlockInfo*>(next));
-      merge(b);
-      if (rest_size(b, need) >= kMinTailToCut) give_back_tail(b, split(b, need));
+      remove_free_noLock(static_cast<FreeBlockInfo*>(next));
+      merge_noLock(b);
+      if (rest_size_noLock(b, need) >= kMinTailToCut) give_back_tail(b, split_noLock(b, need));
     } else {
       void* moved = malloc_noLock(need);
       std::memcpy(moved, p, capacity);
@@ -306,19 +277,19 @@ void* SecureHeap::realloc(void* p, std::size_t size) {
 std::size_t SecureHeap::msize(void* p) const { return p == nullptr ? 0 : block(p)->size - kHeader; }
 
 std::size_t SecureHeap::allocated_size() const {
-  boost::shared_lock<boost::shared_mutex> guard(lock);
+  std::shared_lock<std::shared_mutex> guard(lock);
   return allocated;
 }
 
 std::size_t SecureHeap::total_size() const {
-  boost::shared_lock<boost::shared_mutex> guard(lock);
+  std::shared_lock<std::shared_mutex> guard(lock);
   std::size_t total = 0;
   for (const auto& page : heap_pages) total += page.second;
   return total;
 }
 
 bool SecureHeap::heapWalk() const {
-  boost::shared_lock<boost::shared_mutex> guard(lock);
+  std::shared_lock<std::shared_mutex> guard(lock);
   std::size_t freeBlocks = 0;
   std::uint64_t inUse = 0;
   for (const auto& page : heap_pages) {
@@ -345,32 +316,32 @@ bool SecureHeap::heapWalk() const {
   }
   if (inUse != allocated) return false;
 
+  // Every list with blocks, each block once: the smaller keys by their bits, the others in the tree.
+  // Empty lists of kept keys hold nothing to check.
   std::size_t indexed = 0;
-  std::size_t smallKeys = 0;
-  for (const auto& entry : free_blocks) {
+  const auto walkList = [&](std::uint64_t key, const FreeBlockInfo* head) {
     const FreeBlockInfo* before = nullptr;
-    if (entry.second == nullptr || entry.first % 8 != 0) return false;
-    if (entry.first < kSmallKeys) {
-      const std::size_t slot = entry.first / 8;
-      if (!small_keys->has(slot) || &*small_keys->entries[slot] != &entry) return false;
-      ++smallKeys;
-    }
-    for (const FreeBlockInfo* f = entry.second; f != nullptr; before = f, f = f->next) {
+    if (head == nullptr) return false;
+    for (const FreeBlockInfo* f = head; f != nullptr; before = f, f = f->next) {
       if (++indexed > freeBlocks) return false;  // also ends a cycle
-      if (f->prev != before || !isFree(f) || f->size - kHeader != entry.first) return false;
+      if (f->prev != before || !isFree(f) || f->size - kHeader != key) return false;
       if (page_of_noLock(f) == heap_pages.end()) return false;
     }
+    return true;
+  };
+  for (std::size_t slot = shortcuts->filled.next(0); slot < Shortcuts::kSlots;
+       slot = shortcuts->filled.next(slot + 1)) {
+    const auto entry = free_blocks.find(slot * 8);
+    if (entry == free_blocks.end() || shortcuts->heads[slot] != &entry->second) return false;
+    if (!walkList(entry->first, entry->second)) return false;
   }
-  std::size_t slots = 0;
-  for (std::size_t w = 0; w < SmallKeys::kWords; ++w) {
-    slots += static_cast<std::size_t>(__builtin_popcountll(small_keys->words[w]));
-    if ((small_keys->words[w] != 0) != ((small_keys->summary[w / 64] & bit(w % 64)) != 0)) return false;
-  }
-  return indexed == freeBlocks && slots == smallKeys;
+  for (auto entry = free_blocks.lower_bound(kSmallKeys); entry != free_blocks.end(); ++entry)
+    if (entry->first % 8 != 0 || !walkList(entry->first, entry->second)) return false;
+  return indexed == freeBlocks && shortcuts->filled.consistent();
 }
 
 bool SecureHeap::all_pages_locked() const {
-  boost::shared_lock<boost::shared_mutex> guard(lock);
+  std::shared_lock<std::shared_mutex> guard(lock);
   for (const auto& page : heap_pages)
     if (!page_allocator::is_locked(reinterpret_cast<char const*>(page.first))) return false;
   return true;
@@ -390,30 +361,33 @@ unsigned int SecureHeap::block_class(std::size_t size) {
 }
 
 SecureHeap::FreeBlockInfo* SecureHeap::best_fit(std::size_t size) const {
-  const FreeIndex::iterator fit = fit_noLock(size);
-  return fit == free_blocks.end() ? nullptr : fit->second;
+  FreeBlockInfo** list = const_cast<SecureHeap*>(this)->fit_noLock(size);
+  return list ? *list : nullptr;
 }
 
-SecureHeap::FreeIndex::iterator SecureHeap::fit_noLock(std::size_t size) const {
-  FreeIndex& index = const_cast<FreeIndex&>(free_blocks);
-  if (size >= kSmallKeys) return index.lower_bound(size);
-  const std::size_t slot = small_keys->next((size + 7) / 8);
-  return slot < SmallKeys::kSlots ? small_keys->entries[slot] : index.lower_bound(kSmallKeys);
+SecureHeap::FreeBlockInfo** SecureHeap::fit_noLock(std::size_t size) {
+  if (size < kSmallKeys) {
+    const std::size_t slot = shortcuts->filled.next((size + 7) / 8);
+    if (slot < Shortcuts::kSlots) return shortcuts->heads[slot];
+    size = kSmallKeys;
+  }
+  const FreeIndex::iterator fit = free_blocks.lower_bound(size);
+  return fit == free_blocks.end() ? nullptr : &fit->second;
 }
 
 SecureHeap::FreeBlockInfo*& SecureHeap::list_noLock(std::size_t key) {
   if (key >= kSmallKeys) return free_blocks[key];
-  const std::size_t slot = key / 8;
-  if (!small_keys->has(slot)) {
-    // The entry of the next larger key is where the new one goes, without a walk down the tree.
-    small_keys->add(slot, free_blocks.emplace_hint(fit_noLock(key + 1), key, nullptr));
-  }
-  return small_keys->entries[slot]->second;
+  // Every key is a multiple of 8: pages are, and so is every cut.
+  FreeBlockInfo**& head = shortcuts->heads[key / 8];
+  if (head == nullptr) head = &free_blocks.emplace(key, nullptr).first->second;
+  return *head;
 }
 
-void SecureHeap::erase_noLock(FreeIndex::iterator entry) {
-  if (entry->first < kSmallKeys) small_keys->remove(entry->first / 8);
-  free_blocks.erase(entry);
+void SecureHeap::emptied_noLock(std::size_t key) {
+  if (key < kSmallKeys)
+    shortcuts->filled.erase(key / 8);
+  else
+    free_blocks.erase(key);
 }
 
 SecureHeap::BlockInfo* SecureHeap::alloc_page(std::size_t size) {
@@ -423,6 +397,12 @@ SecureHeap::BlockInfo* SecureHeap::alloc_page(std::size_t size) {
   b->size = static_cast<std::uint32_t>(size);
   try {
     heap_pages[b] = size;
+    try {
+      shortcuts->pages.mark(reinterpret_cast<std::uintptr_t>(region), size, true);
+    } catch (...) {
+      heap_pages.erase(b);
+      throw;
+    }
   } catch (...) {
     page_allocator::free(region, size);
     throw;
@@ -431,20 +411,25 @@ SecureHeap::BlockInfo* SecureHeap::alloc_page(std::size_t size) {
 }
 
 void SecureHeap::free_page(BlockInfo* b) {
+  shortcuts->pages.mark(reinterpret_cast<std::uintptr_t>(b), b->size, false);
   heap_pages.erase(b);
   page_allocator::free(reinterpret_cast<char const*>(b), b->size);
 }
 
-void SecureHeap::insert_free(FreeBlockInfo* b) {
-  FreeBlockInfo*& head = list_noLock(b->size - kHeader);  // the one step that can throw
+void SecureHeap::insert_free_noLock(FreeBlockInfo* b) {
+  const std::size_t key = b->size - kHeader;
+  FreeBlockInfo*& head = list_noLock(key);  // the one step that can throw
   b->prev_and_flags &= ~kInUse;
   b->next = head;
   b->prev = nullptr;
-  if (head) head->prev = b;
+  if (head)
+    head->prev = b;
+  else if (key < kSmallKeys)
+    shortcuts->filled.insert(key / 8);
   head = b;
 }
 
-void SecureHeap::remove_free(FreeBlockInfo* b) {
+void SecureHeap::remove_free_noLock(FreeBlockInfo* b) {
   b->prev_and_flags |= kInUse;
   if (b->next) b->next->prev = b->prev;
   if (b->prev) {
@@ -452,14 +437,19 @@ void SecureHeap::remove_free(FreeBlockInfo* b) {
     return;
   }
   const std::size_t key = b->size - kHeader;
-  const FreeIndex::iterator entry = key < kSmallKeys ? small_keys->entries[key / 8] : free_blocks.find(key);
+  if (key < kSmallKeys) {
+    *shortcuts->heads[key / 8] = b->next;
+    if (!b->next) emptied_noLock(key);
+    return;
+  }
+  const FreeIndex::iterator entry = free_blocks.find(key);
   if (b->next)
     entry->second = b->next;
   else
-    erase_noLock(entry);
+    free_blocks.erase(entry);
 }
 
-std::size_t SecureHeap::rest_size(BlockInfo* b, std::size_t size) const {
+std::size_t SecureHeap::rest_size_noLock(BlockInfo* b, std::size_t size) const {
   if (size > b->size - kHeader) return 0;
   std::size_t rest = b->size - size - kHeader;
   const BlockInfo* next = successor(b);
@@ -467,7 +457,7 @@ std::size_t SecureHeap::rest_size(BlockInfo* b, std::size_t size) const {
   return rest;
 }
 
-SecureHeap::FreeBlockInfo* SecureHeap::split(BlockInfo* b, std::size_t size) {
+SecureHeap::FreeBlockInfo* SecureHeap::split_noLock(BlockInfo* b, std::size_t size) {
   const auto kept = static_cast<std::uint32_t>(size + kHeader);
   auto* tail = reinterpret_cast<FreeBlockInfo*>(reinterpret_cast<char*>(b) + kept);
   BlockInfo* next = successor(b);
@@ -482,17 +472,17 @@ SecureHeap::FreeBlockInfo* SecureHeap::split(BlockInfo* b, std::size_t size) {
   return tail;
 }
 
-SecureHeap::FreeBlockInfo* SecureHeap::split_merge(BlockInfo* b, std::size_t size) {
-  FreeBlockInfo* tail = split(b, size);
+SecureHeap::FreeBlockInfo* SecureHeap::split_merge_noLock(BlockInfo* b, std::size_t size) {
+  FreeBlockInfo* tail = split_noLock(b, size);
   BlockInfo* next = successor(tail);
   if (next && isFree(next)) {
-    remove_free(static_cast<FreeBlockInfo*>(next));
-    merge(tail);
+    remove_free_noLock(static_cast<FreeBlockInfo*>(next));
+    merge_noLock(tail);
   }
   return tail;
 }
 
-void SecureHeap::merge(BlockInfo* b) {
+void SecureHeap::merge_noLock(BlockInfo* b) {
   BlockInfo* gone = successor(b);
   b->size += gone->size;
   if (gone->prev_and_flags & kLastInPage)
@@ -504,11 +494,10 @@ void SecureHeap::merge(BlockInfo* b) {
 }
 
 bool SecureHeap::in_use_here_noLock(BlockInfo const* b) const {
-  const auto page = page_of_noLock(b);
-  if (page == heap_pages.end()) return false;
-  const auto offset =
-      static_cast<std::uint64_t>(reinterpret_cast<const char*>(b) - reinterpret_cast<const char*>(page->first));
-  return offset % 8 == 0 && !isFree(b) && b->size >= kMinBlock && offset + b->size <= page->second;
+  const auto a = reinterpret_cast<std::uintptr_t>(b);
+  // Pages start on system pages, so a block's alignment is that of its address.
+  if (a % 8 != 0 || !shortcuts->pages.contains(a)) return false;
+  return !isFree(b) && b->size >= kMinBlock && shortcuts->pages.contains(a + b->size - 1);
 }
 
 std::map<SecureHeap::BlockInfo*, std::uint64_t>::const_iterator SecureHeap::page_of_noLock(void const* address) const {
@@ -518,6 +507,17 @@ std::map<SecureHeap::BlockInfo*, std::uint64_t>::const_iterator SecureHeap::page
   --page;
   return a < reinterpret_cast<std::uintptr_t>(page->first) + page->second ? page : heap_pages.end();
 }
+
+// ---- the protected operations, over their versions bound inside the library ----
+
+void SecureHeap::insert_free(FreeBlockInfo* b) { insert_free_noLock(b); }
+void SecureHeap::remove_free(FreeBlockInfo* b) { remove_free_noLock(b); }
+std::size_t SecureHeap::rest_size(BlockInfo* b, std::size_t size) const { return rest_size_noLock(b, size); }
+SecureHeap::FreeBlockInfo* SecureHeap::split(BlockInfo* b, std::size_t size) { return split_noLock(b, size); }
+SecureHeap::FreeBlockInfo* SecureHeap::split_merge(BlockInfo* b, std::size_t size) {
+  return split_merge_noLock(b, size);
+}
+void SecureHeap::merge(BlockInfo* b) { merge_noLock(b); }
 
 // ---- the process's heap ----
 

@@ -12,11 +12,11 @@
 #include <zq/Export.h>
 
 #include <boost/pool/pool_alloc.hpp>
-#include <boost/thread/shared_mutex.hpp>
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <shared_mutex>
 
 namespace zq {
 namespace crypto {
@@ -146,30 +146,43 @@ class ZQ_API SecureHeap {
                                      boost::details::pool::null_mutex, 1024, 0>
       FreeIndexAllocator;
   typedef std::map<std::uint64_t, FreeBlockInfo*, std::less<std::uint64_t>, FreeIndexAllocator> FreeIndex;
-  struct SmallKeys;
+  struct Shortcuts;
 
-  void* malloc_noLock(std::size_t need);
-  void free_noLock(BlockInfo* b);
+  // The work of the heap, bound inside the library (hidden), so that its own calls go straight to
+  // it rather than through the dynamic linker's table; the protected operations call it too.
+  ZQ_LOCAL void* malloc_noLock(std::size_t need);
+  ZQ_LOCAL void free_noLock(BlockInfo* b);
+  ZQ_LOCAL void insert_free_noLock(FreeBlockInfo* b);
+  ZQ_LOCAL void remove_free_noLock(FreeBlockInfo* b);
+  ZQ_LOCAL std::size_t rest_size_noLock(BlockInfo* b, std::size_t size) const;
+  ZQ_LOCAL FreeBlockInfo* split_noLock(BlockInfo* b, std::size_t size);
+  ZQ_LOCAL FreeBlockInfo* split_merge_noLock(BlockInfo* b, std::size_t size);
+  ZQ_LOCAL void merge_noLock(BlockInfo* b);
   // Puts a tail cut from `b` in the index; when the index can't grow, `b` keeps it as slack.
-  void give_back_tail(BlockInfo* b, FreeBlockInfo* tail);
-  // The entry with the smallest key not below `size`, or the end.
-  FreeIndex::iterator fit_noLock(std::size_t size) const;
-  // The head of the list of `key`, made empty if there is none. Throws std::bad_alloc.
-  FreeBlockInfo*& list_noLock(std::size_t key);
-  void erase_noLock(FreeIndex::iterator entry);
-  // True when `b` is the header of a block in use in one of this heap's pages.
-  bool in_use_here_noLock(BlockInfo const* b) const;
+  ZQ_LOCAL void give_back_tail(BlockInfo* b, FreeBlockInfo* tail);
+  // The head of the non-empty list with the smallest key not below `size`; null if none.
+  ZQ_LOCAL FreeBlockInfo** fit_noLock(std::size_t size);
+  // The head of the list of `key`, made if there is none. Throws std::bad_alloc.
+  ZQ_LOCAL FreeBlockInfo*& list_noLock(std::size_t key);
+  // Marks the list of `key` empty once its last block has left it.
+  ZQ_LOCAL void emptied_noLock(std::size_t key);
+  // True when `b` is the header of a block in use in this heap's pages, as far as can be told
+  // without a walk: inside the pages, aligned, in use, and ending inside them.
+  ZQ_LOCAL bool in_use_here_noLock(BlockInfo const* b) const;
   // The page that holds `address`, or the end of heap_pages.
-  std::map<BlockInfo*, std::uint64_t>::const_iterator page_of_noLock(void const* address) const;
+  ZQ_LOCAL std::map<BlockInfo*, std::uint64_t>::const_iterator page_of_noLock(void const* address) const;
 
   std::uint64_t page_granularity;
-  // Capacity of a list of free blocks to its head; a key is present only while its list is not empty.
+  // Capacity of a list of free blocks to its head. A key of 64 KiB or more is present only while
+  // its list is not empty; a smaller one stays once made, so that sizes that come and go don't
+  // rebalance the tree, and shortcuts says which of them have blocks.
   FreeIndex free_blocks;
-  mutable boost::shared_mutex lock;
+  mutable std::shared_mutex lock;
   std::map<BlockInfo*, std::uint64_t> heap_pages;
   std::uint64_t allocated;
-  // Where the smaller keys of free_blocks are, so that their lookups skip the walk down the tree.
-  SmallKeys* small_keys;
+  // Lookups that skip the walks down the two trees: the lists of the smaller keys, and which
+  // system pages are this heap's.
+  Shortcuts* shortcuts;
 };
 
 // The process's secure heap, for the programs above the library.

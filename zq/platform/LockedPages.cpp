@@ -35,12 +35,9 @@ std::size_t pageSize() {
   return size;
 }
 
-void* mapPages(std::size_t size, int& o_error) {
+void* mapPages(std::size_t size) {
   void* region = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (region == MAP_FAILED) {
-    o_error = errno;
-    return nullptr;
-  }
+  if (region == MAP_FAILED) return nullptr;
   // A core dump must not carry secrets; a kernel without the advice dumps as before.
   ::madvise(region, size, MADV_DONTDUMP);
   return region;
@@ -58,7 +55,8 @@ int lockPages(void* region, std::size_t size) {
 }
 
 void unmapPages(void* region, std::size_t size) {
-  ::munlock(region, size);
+  // Unmapping drops the lock with the pages; a munlock first would only split and merge the
+  // mapping once more.
   ::munmap(region, size);
 }
 
