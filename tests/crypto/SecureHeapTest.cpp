@@ -491,6 +491,7 @@ TEST(SecureHeapThreads, ConcurrentCallersKeepTheirOwnBlocks) {
   constexpr int kThreads = 4;
   constexpr int kSteps = 4000;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   std::atomic<int> damaged{0};
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&heap, &damaged, t] {

@@ -502,7 +502,7 @@ bool SecureHeap::in_use_here_noLock(BlockInfo const* b) const {
 
 std::map<SecureHeap::BlockInfo*, std::uint64_t>::const_iterator SecureHeap::page_of_noLock(void const* address) const {
   const auto a = reinterpret_cast<std::uintptr_t>(address);
-  auto page = heap_pages.upper_bound(reinterpret_cast<BlockInfo*>(a));
+  auto page = heap_pages.upper_bound(const_cast<BlockInfo*>(static_cast<BlockInfo const*>(address)));
   if (page == heap_pages.begin()) return heap_pages.end();
   --page;
   return a < reinterpret_cast<std::uintptr_t>(page->first) + page->second ? page : heap_pages.end();
