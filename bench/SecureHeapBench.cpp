@@ -3,7 +3,8 @@
 // 64 blocks. Compare the ratios, not the times.
 //
 // The runs of 64 blocks outgrow the first page, so they show the price of giving back every page
-// the moment it empties: two pages are mapped, locked, wiped and unmapped again on each run.
+// the moment it empties: one or two pages (1.5 on average) are mapped, locked, wiped and unmapped
+// again on each run.
 // heap_KiB and index_KiB are the secure heap's pages and the locked memory of its free index.
 #include <zq/crypto/SecureHeap.h>
 
