@@ -43,6 +43,7 @@
 #include <zq/crypto/MessageDigest.h>
 #include <zq/crypto/RSAKeyPair.h>
 #include <zq/crypto/SecureFile.h>
+#include <zq/crypto/SecureHeap.h>
 #include <zq/crypto/SecureString.h>
 #include <zq/crypto/SymetricEncryption.h>
 #include <zq/crypto/aes_context.h>
