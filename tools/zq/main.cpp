@@ -1,50 +1,140 @@
-// zq: uses the library without writing C++. `zq help` lists the commands.
+// zq: uses the library without writing C++. `zq --help` lists the commands.
 #include "Command.h"
 
-#include <algorithm>
 #include <iostream>
+#include <memory>
+#include <utility>
+#include <vector>
 
 namespace zqtool {
 
 namespace {
-std::vector<Command>& table() {
-  static std::vector<Command> commands;
-  return commands;
+
+std::vector<std::function<void(CLI::App&)>>& adders() {
+  static std::vector<std::function<void(CLI::App&)>> list;
+  return list;
 }
+
+// The action of the subcommand that was chosen; set while parsing, run after it.
+Action& chosen() {
+  static Action action;
+  return action;
+}
+
 }  // namespace
 
-bool registerCommand(Command command) {
-  table().push_back(std::move(command));
+bool registerCommands(std::function<void(CLI::App& app)> adder) {
+  adders().push_back(std::move(adder));
   return true;
 }
 
-const std::vector<Command>& commands() {
-  std::sort(table().begin(), table().end(), [](const Command& a, const Command& b) { return a.name < b.name; });
-  return table();
+CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& description, Action action) {
+  CLI::App* command = parent.add_subcommand(name, description);
+  command->callback([action = std::move(action)] { chosen() = action; });
+  return command;
 }
+
+CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string& description) {
+  CLI::App* group = parent.add_subcommand(name, description);
+  group->require_subcommand(1);
+  return group;
+}
+
+void report(const std::string& text) { std::cerr << "zq: " << text << std::endl; }
 
 }  // namespace zqtool
 
 namespace {
 
-int help(std::ostream& out) {
-  out << "usage: zq COMMAND [ARGUMENTS]\n\ncommands:\n";
-  for (const zqtool::Command& c : zqtool::commands()) {
-    const std::string head = c.name + " " + c.usage;
-    out << "  " << head << std::string(head.size() < 28 ? 28 - head.size() : 1, ' ') << c.summary << "\n";
+CLI::App* findCommand(CLI::App& parent, const std::string& name) {
+  for (CLI::App* command : parent.get_subcommands({})) {
+    if (command->check_name(name)) return command;
   }
-  return 0;
+  return nullptr;
+}
+
+// The deepest command that the arguments name, and the first word that names none where a
+// command was expected (empty if there is none).
+std::pair<CLI::App*, std::string> commandPath(CLI::App& app, int argc, char** argv) {
+  CLI::App* current = &app;
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word.empty() || word[0] == '-') break;
+    if (current->get_subcommands({}).empty()) break;
+    CLI::App* next = findCommand(*current, word);
+    if (next == nullptr) return {current, word};
+    current = next;
+  }
+  return {current, std::string()};
+}
+
+std::string fullName(const CLI::App* command) {
+  std::string name = command->get_name();
+  for (const CLI::App* p = command->get_parent(); p != nullptr; p = p->get_parent()) name = p->get_name() + " " + name;
+  return name;
+}
+
+// Help and version go to standard output with status 0; any other parse error is one line on
+// standard error, pointing at the help of the command it concerns, and status 2.
+int parseFailure(CLI::App& app, const CLI::ParseError& e, CLI::App* command) {
+  if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(e, std::cout, std::cerr);
+  zqtool::report(std::string(e.what()) + " (see '" + fullName(command) + " --help')");
+  return zqtool::kUsage;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || std::string(argv[1]) == "help" || std::string(argv[1]) == "--help") return help(std::cout);
-  const std::string name = argv[1];
-  for (const zqtool::Command& c : zqtool::commands()) {
-    if (c.name == name) return c.run(std::vector<std::string>(argv + 2, argv + argc));
+  CLI::App app{
+      "The zq library from the command line: digests, password hashes, encrypted files, RSA keys,\n"
+      "Base64, URLs, addresses and version numbers in the library's own formats.\n"
+      "Exit status: 0 success, 1 failure (a mismatch, a missing file, a wrong key), 2 usage error.",
+      "zq"};
+  app.set_version_flag("--version", "zq " ZQ_TOOL_VERSION);
+  app.require_subcommand(0, 1);
+  auto helpWords = std::make_shared<std::vector<std::string>>();
+  zqtool::addCommand(app, "help", "this help, or that of a command", [&app, helpWords] {
+    CLI::App* command = &app;
+    for (const std::string& word : *helpWords) {
+      CLI::App* next = findCommand(*command, word);
+      if (next == nullptr)
+        throw zqtool::UsageError("unknown command '" + word + "' (see '" + fullName(command) + " --help')");
+      command = next;
+    }
+    std::cout << (command == &app ? app.help() : command->help(fullName(command->get_parent())));
+    return zqtool::kSuccess;
+  })->add_option("COMMAND", *helpWords, "a command and its subcommands");
+  for (const auto& add : zqtool::adders()) add(app);
+
+  const auto [command, unknown] = commandPath(app, argc, argv);
+  if (!unknown.empty() && command->get_require_subcommand_min() + (command == &app ? 1 : 0) > 0) {
+    zqtool::report("unknown command '" + unknown + "' (see '" + fullName(command) + " --help')");
+    return zqtool::kUsage;
   }
-  std::cerr << "zq: unknown command '" << name << "'\n";
-  help(std::cerr);
-  return 2;
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return parseFailure(app, e, command);
+  }
+  if (!zqtool::chosen()) {
+    std::cout << app.help();
+    return zqtool::kSuccess;
+  }
+  try {
+    const int status = zqtool::chosen()();
+    std::cout.flush();
+    if (!std::cout) {
+      zqtool::report("cannot write to standard output");
+      return zqtool::kFailure;
+    }
+    return status;
+  } catch (const zqtool::Failure& e) {
+    std::cout.flush();
+    zqtool::report(e.what());
+    return e.status();
+  } catch (const std::exception& e) {
+    std::cout.flush();
+    zqtool::report(e.what());
+    return zqtool::kFailure;
+  }
 }
