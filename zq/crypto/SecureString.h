@@ -6,7 +6,9 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <new>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace zq {
@@ -17,8 +19,8 @@ namespace crypto {
 ZQ_API void zeroOut(void* p, std::size_t size);
 
 // Draws from the C heap and wipes each buffer before it goes back. Stateless: any two compare
-// equal, so strings and vectors over it move and swap as over std::allocator. A failed malloc
-// is not tested, as with the C heap itself.
+// equal, so strings and vectors over it move and swap as over std::allocator. Memory the heap
+// refuses throws std::bad_alloc, so no container runs on a null pointer.
 template <class T>
 class secure_allocator {
  public:
@@ -41,7 +43,12 @@ class secure_allocator {
   template <class U>
   secure_allocator(const secure_allocator<U>&) noexcept {}
 
-  T* allocate(std::size_t n) { return static_cast<T*>(std::malloc(n * sizeof(T))); }
+  T* allocate(std::size_t n) {
+    if (n > static_cast<std::size_t>(-1) / sizeof(T)) throw std::bad_array_new_length();
+    T* p = static_cast<T*>(std::malloc(n * sizeof(T)));
+    if (p == nullptr && n != 0) throw std::bad_alloc();
+    return p;
+  }
   void deallocate(T* p, std::size_t n) noexcept {
     zeroOut(p, n * sizeof(T));
     std::free(p);
