@@ -186,6 +186,7 @@ TEST_F(DigestCommandsTest, Pbkdf2EqualsOpensslKdf) {
                             "-kdfopt", "salt:NaCl", "-kdfopt", "iter:" + std::to_string(iterations), "PBKDF2"})
                           .out;
     out.erase(std::remove(out.begin(), out.end(), ':'), out.end());
+    out = out.substr(0, out.find('\n') + 1);
     std::transform(out.begin(), out.end(), out.begin(), [](char c) { return std::tolower(c); });
     return out;
   };
