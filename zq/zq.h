@@ -40,8 +40,10 @@
 
 // crypto
 #include <zq/crypto/MessageDigest.h>
+#include <zq/crypto/RSAKeyPair.h>
 #include <zq/crypto/SecureFile.h>
 #include <zq/crypto/SecureString.h>
+#include <zq/crypto/SymetricEncryption.h>
 
 // values
 #include <zq/values/Base64.h>
