@@ -72,8 +72,11 @@ secure_string fromBase64(const secure_string& text, const std::string& what) {
     }
     clean += c;
   }
-  const std::string bytes = zq::Base64::decode(clean);
-  return secure_string(bytes.data(), bytes.size());
+  // The buffer form: the string form stops at the first zero byte.
+  secure_string bytes(zq::Base64::calcDencodedLength(clean.data(), clean.size()), '\0');
+  bytes.resize(
+      zq::Base64::decode(clean.data(), clean.size(), reinterpret_cast<unsigned char*>(&bytes[0]), bytes.size()));
+  return bytes;
 }
 
 secure_string fileDigest(const RsaOptions& options) {
