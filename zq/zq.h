@@ -39,11 +39,15 @@
 #include <zq/Net/Url.h>
 
 // crypto
+#include <zq/crypto/EncryptedStream.h>
 #include <zq/crypto/MessageDigest.h>
 #include <zq/crypto/RSAKeyPair.h>
 #include <zq/crypto/SecureFile.h>
 #include <zq/crypto/SecureString.h>
 #include <zq/crypto/SymetricEncryption.h>
+#include <zq/crypto/aes_context.h>
+#include <zq/crypto/locked_string.h>
+#include <zq/crypto/ring_buffer.h>
 
 // values
 #include <zq/values/Base64.h>

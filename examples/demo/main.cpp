@@ -3,22 +3,28 @@
 // The host sets its log, asks the plug-in loader for a weather station, connects a queued slot
 // to the station's signal and lets the station's worker thread measure. Each reading travels
 // from the worker thread to the default run loop's thread, where the slot queues a deferred
-// call on the call thread; the last deferred call finishes the program's work. Every step is
-// a line of the log, on the console and in zq_demo.log.
+// call on the call thread, which records it in a file; the last deferred call finishes the
+// program's work. The host then keeps its record only in encrypted form and reads it back.
+// Every step is a line of the log, on the console and in zq_demo.log.
 #include "IWeatherStation.h"
 
 #include <zq/zq.h>
 
+#include <boost/filesystem/fstream.hpp>
+#include <boost/filesystem/operations.hpp>
+
 #include <chrono>
 #include <future>
-#include <sstream>
 #include <iostream>
+#include <sstream>
 #include <streambuf>
 
 namespace {
 
 constexpr const char* kComponentInterface = "demo::IWeatherStation";
 constexpr int kReadings = 3;
+constexpr const char* kRecordFile = "zq_demo_readings.txt";
+constexpr const char* kEncryptedFile = "zq_demo_readings.aes";
 
 // Writes everything to two stream buffers: the log goes to the console and to its file.
 class TeeBuffer : public std::wstreambuf {
@@ -55,13 +61,14 @@ class Host : public zq::CallOwner {
   std::future<int> finished() { return m_finished.get_future(); }
 
  private:
-  // On the call thread: the program's work is to add up the readings.
+  // On the call thread: the program's work is to record the readings and add them up.
   void record(const std::string& place, int degrees) {
+    boost::filesystem::ofstream(kRecordFile, std::ios::app) << place << " = " << degrees << "\n";
     m_sum += degrees;
     ++m_count;
     ZQ_LOG(zq::Log::Message, "demo::Host::record",
-           "call thread " << zq::Mutex::currentThreadId() << " records " << place << " = " << degrees << " ("
-                          << m_count << " of " << kReadings << ")");
+           "call thread " << zq::Mutex::currentThreadId() << " records " << place << " = " << degrees << " (" << m_count
+                          << " of " << kReadings << ")");
     if (m_count == kReadings) m_finished.set_value(m_sum);
   }
 
@@ -71,6 +78,33 @@ class Host : public zq::CallOwner {
 };
 
 void step(const char* text) { ZQ_LOG(zq::Log::Message, "demo::main", text); }
+
+// The record of readings is kept only encrypted: the plain file is encrypted under a random key,
+// with the digest of its plain text taken in the same pass, and then overwritten and removed.
+// Read back and decrypted in memory, the text must have the same digest.
+void keepRecordEncrypted() {
+  namespace crypto = zq::crypto;
+  const crypto::secure_string key = crypto::randomKey(64);
+  crypto::MessageDigest stored;
+  crypto::encrypt(kRecordFile, kEncryptedFile, key, &stored);
+  crypto::zeroOut(kRecordFile, 1);
+  boost::filesystem::remove(kRecordFile);
+  const crypto::secure_string storedDigest = stored.digest_base64();
+  ZQ_LOG(zq::Log::Message, "demo::main",
+         "7a. the record encrypted into " << kEncryptedFile << " (" << boost::filesystem::file_size(kEncryptedFile)
+                                          << " bytes, AES-256); SHA-256 of the plain text " << storedDigest.c_str());
+
+  boost::filesystem::ifstream in(kEncryptedFile, std::ios::binary);
+  const crypto::secure_string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const crypto::secure_string text = crypto::decrypt(data, key);
+  crypto::MessageDigest read;
+  read.append(text.data(), text.size());
+  const bool agree = read.digest_base64() == storedDigest;
+  ZQ_LOG(zq::Log::Message, "demo::main",
+         "7b. read back and decrypted, " << std::count(text.begin(), text.end(), '\n') << " readings: the two digests "
+                                         << (agree ? "agree" : "DIFFER"));
+  if (!agree) throw zq::RuntimeError("the record read back is not the record stored");
+}
 
 int run() {
   using zq::Log;
@@ -116,12 +150,15 @@ int run() {
 
   // 6. The station's worker thread emits; slots and deferred calls do the rest.
   step("6. starting the station's worker thread");
+  boost::filesystem::remove(kRecordFile);  // a record of this run only
   station->startMeasuring(kReadings);
   if (finished.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
     throw zq::RuntimeError("the readings did not arrive in time");
   }
   station->stopMeasuring();
-  ZQ_LOG(Log::Message, "demo::main", "7. the deferred calls finished the work: the readings add up to " << finished.get());
+  ZQ_LOG(Log::Message, "demo::main",
+         "7. the deferred calls finished the work: the readings add up to " << finished.get());
+  keepRecordEncrypted();
 
   // 8. What the publisher declares and what is connected to it.
   step("8. the publisher's report:");

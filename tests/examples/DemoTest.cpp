@@ -42,6 +42,9 @@ TEST(DemoTest, WalksTheRoadOfOneEventAndExitsCleanly) {
       R"(LOG      \[demo::Host::onMeasured\] run loop thread (\d+) received measured\("jardin", 18\); queueing a deferred call)",
       R"(LOG      \[demo::Host::record\] call thread (\d+) records grenier = 24 \(3 of 3\))",
       R"(LOG      \[demo::main\] 7\. the deferred calls finished the work: the readings add up to 63)",
+      // The record "jardin = 18\ncave = 21\ngrenier = 24\n": 35 bytes, so 16 + 48 encrypted.
+      R"(LOG      \[demo::main\] 7a\. the record encrypted into zq_demo_readings\.aes \(64 bytes, AES-256\); SHA-256 of the plain text 8Th6F3upsP88wAPUKRxnaEDXQ9TtuZZQ1e4n0AXHpDY=)",
+      R"(LOG      \[demo::main\] 7b\. read back and decrypted, 3 readings: the two digests agree)",
       R"(---- SignalPublisher Info ----)",
       R"(measured\t\(std::string,int\))",
       R"(  ------queued------>  void\*@)",
@@ -61,6 +64,10 @@ TEST(DemoTest, WalksTheRoadOfOneEventAndExitsCleanly) {
   // Main, worker, run loop and call thread are four different threads.
   for (int i = 0; i < 4; ++i)
     for (int j = i + 1; j < 4; ++j) EXPECT_NE(threads[i], threads[j]) << "threads " << i << " and " << j;
+
+  // Only the encrypted record stays.
+  EXPECT_EQ(64u, readFile(std::string(folder) + "/zq_demo_readings.aes").size());
+  EXPECT_FALSE(std::ifstream(std::string(folder) + "/zq_demo_readings.txt").is_open());
 
   const std::string log = readFile(std::string(folder) + "/zq_demo.log");
   EXPECT_NE(std::string::npos, log.find("[demo::main] 7. the deferred calls finished the work")) << log;
