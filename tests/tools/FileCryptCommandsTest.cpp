@@ -109,7 +109,7 @@ TEST_F(FileCryptCommandsTest, AWrongKeyOrPlainDataLeavesEveryFileAsItWas) {
     EXPECT_NE(std::string::npos, run.err.find("wrong key or not encrypted data")) << run.err;
   }
   EXPECT_EQ(before, readFile(path("enc")));
-  EXPECT_EQ(4u, folderEntries(m_folder).size()) << "a file was left behind";
+  EXPECT_EQ(3u, folderEntries(m_folder).size()) << "a file was left behind";
   ZQ_EXPECT_RUN(zq({"decrypt", "enc", "out"}, "right\n"), 0);
   EXPECT_EQ("a secret that must stay whole", readFile(path("out")));
 }
@@ -127,7 +127,7 @@ TEST_F(FileCryptCommandsTest, MissingFilesAndKeysAndUnwritableTargetsFailCleanly
       {"decrypt", "missing"},
   };
   for (const auto& args : failing) {
-    SCOPED_TRACE(args[1] + " " + args[2]);
+    SCOPED_TRACE(args[1] + " " + args.back());
     ZQ_EXPECT_ERROR(zq(args, "k\n"), 1);
   }
   ZQ_EXPECT_ERROR(zq({"encrypt", "plain", "out"}, ""), 1);  // no pass phrase
