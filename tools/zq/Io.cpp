@@ -30,7 +30,7 @@ void onSignal(int signal) {
   for (auto& path : g_pending) {
     if (path[0] != '\0') ::unlink(path);
   }
-  if (g_ttyFd >= 0) ::tcsetattr(g_ttyFd, TCSAFLUSH, &g_ttySaved);
+  if (g_ttyFd >= 0) ::tcsetattr(g_ttyFd, TCSANOW, &g_ttySaved);
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
@@ -71,20 +71,21 @@ bool readLine(int fd, zq::crypto::secure_string& line) {
 }
 
 zq::crypto::secure_string askTerminal(int tty, const std::string& prompt) {
-  const std::string text = prompt + ": ";
-  if (::write(tty, text.data(), text.size()) < 0) throw Failure(reason("/dev/tty"));
+  // Echo goes off before the prompt shows, so that nothing typed after it is echoed; and
+  // without flushing, so that nothing typed ahead is lost.
   termios quiet{};
   const bool canHide = ::tcgetattr(tty, &g_ttySaved) == 0;
   if (canHide) {
     quiet = g_ttySaved;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     g_ttyFd = tty;
-    ::tcsetattr(tty, TCSAFLUSH, &quiet);
+    ::tcsetattr(tty, TCSANOW, &quiet);
   }
+  const std::string text = prompt + ": ";
   zq::crypto::secure_string line;
-  const bool read = readLine(tty, line);
+  const bool read = ::write(tty, text.data(), text.size()) >= 0 && readLine(tty, line);
   if (canHide) {
-    ::tcsetattr(tty, TCSAFLUSH, &g_ttySaved);
+    ::tcsetattr(tty, TCSANOW, &g_ttySaved);
     g_ttyFd = -1;
   }
   if (::write(tty, "\n", 1) < 0 || !read) throw Failure("no " + prompt + " given");
