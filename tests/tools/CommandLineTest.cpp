@@ -22,8 +22,10 @@ TEST_F(CommandLineTest, HelpAndVersionGoToStandardOutputWithStatusZero) {
     EXPECT_NE(std::string::npos, run.out.find("Usage: zq")) << run.describe();
     EXPECT_EQ("", run.err);
   }
-  // Every command is listed in the main help.
+  // Every command is listed in the main help, which `zq help` shows too.
   const std::string help = zq({"--help"}).out;
+  EXPECT_EQ(help, zq({"help"}).out);
+  EXPECT_EQ(zq({"url", "resolve", "--help"}).out, zq({"help", "url", "resolve"}).out);
   for (const char* command : {"ip", "mac", "url", "version", "hash", "base64", "plugins", "key"}) {
     EXPECT_NE(std::string::npos, help.find(std::string("\n  ") + command + " ")) << command;
   }

@@ -82,6 +82,41 @@ int parseFailure(CLI::App& app, const CLI::ParseError& e, CLI::App* command) {
   return zqtool::kUsage;
 }
 
+// Text as troff shows it literally.
+// The help of `command` itself: App::help would show that of a chosen subcommand instead.
+std::string helpOf(const CLI::App& command) {
+  return command.get_formatter()->make_help(&command, fullName(&command), CLI::AppFormatMode::Normal);
+}
+
+std::string troff(const std::string& text) {
+  std::string out;
+  bool lineStart = true;
+  for (const char c : text) {
+    if (lineStart && (c == '.' || c == '\'')) out += "\\&";
+    out += c == '\\' ? std::string("\\e") : c == '-' ? std::string("\\-") : std::string(1, c);
+    lineStart = c == '\n';
+  }
+  return out;
+}
+
+void writeManualSections(std::ostream& out, const CLI::App& command) {
+  const std::vector<const CLI::App*> subcommands = command.get_subcommands([](const CLI::App*) { return true; });
+  if (command.get_parent() != nullptr && command.get_name() != "help") {
+    out << ".SS \"" << troff(fullName(&command)) << "\"\n.nf\n" << troff(helpOf(command)) << ".fi\n";
+  }
+  for (const CLI::App* sub : subcommands) writeManualSections(out, *sub);
+}
+
+// The manual page zq.1, made from the same help texts as --help.
+void writeManual(std::ostream& out, const CLI::App& app) {
+  out << ".TH ZQ 1 \"\" \"zq " ZQ_TOOL_VERSION "\" \"User Commands\"\n"
+      << ".SH NAME\nzq \\- the zq library from the command line\n"
+      << ".SH SYNOPSIS\n.B zq\nCOMMAND [SUBCOMMAND] [OPTIONS] [ARGS]\n"
+      << ".SH DESCRIPTION\n.nf\n"
+      << troff(helpOf(app)) << ".fi\n.SH COMMANDS\n";
+  writeManualSections(out, app);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -93,7 +128,12 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "zq " ZQ_TOOL_VERSION);
   app.require_subcommand(0, 1);
   auto helpWords = std::make_shared<std::vector<std::string>>();
-  zqtool::addCommand(app, "help", "this help, or that of a command", [&app, helpWords] {
+  auto manual = std::make_shared<bool>(false);
+  CLI::App* help = zqtool::addCommand(app, "help", "this help, or that of a command", [&app, helpWords, manual] {
+    if (*manual) {
+      writeManual(std::cout, app);
+      return zqtool::kSuccess;
+    }
     CLI::App* command = &app;
     for (const std::string& word : *helpWords) {
       CLI::App* next = findCommand(*command, word);
@@ -101,9 +141,11 @@ int main(int argc, char** argv) {
         throw zqtool::UsageError("unknown command '" + word + "' (see '" + fullName(command) + " --help')");
       command = next;
     }
-    std::cout << (command == &app ? app.help() : command->help(fullName(command->get_parent())));
+    std::cout << helpOf(*command);
     return zqtool::kSuccess;
-  })->add_option("COMMAND", *helpWords, "a command and its subcommands");
+  });
+  help->add_option("COMMAND", *helpWords, "a command and its subcommands");
+  help->add_flag("--man", *manual, "all of the help as the manual page zq.1");
   for (const auto& add : zqtool::adders()) add(app);
 
   const auto [command, unknown] = commandPath(app, argc, argv);
