@@ -19,6 +19,7 @@ ChildResult runChild(const std::vector<std::string>& argv, const std::string& wo
   if (argv.empty() || ::pipe2(pipeFds, O_CLOEXEC) != 0) return result;
 
   std::vector<char*> args;
+  args.reserve(argv.size() + 1);
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
 
@@ -75,12 +76,14 @@ ProgramResult runProgram(const std::vector<std::string>& argv, const ProgramRun&
   if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return result;
 
   std::vector<char*> args;
+  args.reserve(argv.size() + 1);
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
   std::vector<std::string> environment;
   for (char** e = environ; *e != nullptr; ++e) environment.emplace_back(*e);
   environment.insert(environment.end(), run.environment.begin(), run.environment.end());
   std::vector<char*> env;
+  env.reserve(environment.size() + 1);
   for (std::string& e : environment) env.push_back(&e[0]);
   env.push_back(nullptr);
 

@@ -28,6 +28,7 @@ TerminalRun onTerminal(const std::string& folder, const std::vector<std::string>
   std::vector<std::string> argv{ZQ_TOOL_PATH};
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<char*> pointers;
+  pointers.reserve(argv.size() + 1);
   for (std::string& a : argv) pointers.push_back(&a[0]);
   pointers.push_back(nullptr);
 

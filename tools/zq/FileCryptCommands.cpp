@@ -24,8 +24,7 @@ using zq::crypto::MessageDigest;
 using zq::crypto::secure_string;
 
 constexpr std::size_t kBlock = 16;
-constexpr std::size_t kKeyBytes = 32;   // what AES-256 takes of the key
-constexpr std::size_t kPaddedKey = 64;  // the length the layer brings pass phrases to
+constexpr std::size_t kPaddedKey = 64;  // the length the layer brings pass phrases to; AES takes 32
 const char kNotEncrypted[] = "wrong key or not encrypted data";
 
 struct CryptFileOptions {

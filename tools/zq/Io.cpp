@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <system_error>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -17,7 +19,7 @@ namespace zqtool {
 
 namespace {
 
-std::string reason(const std::string& name) { return name + ": " + std::strerror(errno); }
+std::string reason(const std::string& name) { return name + ": " + std::generic_category().message(errno); }
 
 // What an interrupting signal must undo: pending files to remove, a terminal to echo again.
 // Plain storage, as the handler may only call async-signal-safe functions.
@@ -186,16 +188,16 @@ PendingFile::PendingFile(const std::string& target, unsigned mode, bool keepMode
   // Blocked while the name is made and recorded, so an interruption can't leave it behind.
   sigset_t all, old;
   sigfillset(&all);
-  ::sigprocmask(SIG_BLOCK, &all, &old);
+  ::pthread_sigmask(SIG_BLOCK, &all, &old);
   const int fd = ::mkstemp(&name[0]);
   const int error = errno;
   if (fd >= 0 && pendingSlot(name) == nullptr) {
     ::close(fd);
     ::unlink(name.c_str());
-    ::sigprocmask(SIG_SETMASK, &old, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &old, nullptr);
     throw Failure(target + ": path too long");
   }
-  ::sigprocmask(SIG_SETMASK, &old, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &old, nullptr);
   errno = error;
   if (fd < 0) throw Failure("cannot write " + reason(target));
   struct stat existing {};

@@ -3,6 +3,7 @@
 #include "Io.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -26,7 +27,7 @@ std::string bytes(double n) {
 }
 
 std::string duration(double seconds) {
-  const long s = static_cast<long>(seconds + 0.5);
+  const long s = std::lround(seconds);
   char text[32];
   if (s >= 3600) {
     std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", s / 3600, s / 60 % 60, s % 60);

@@ -70,7 +70,9 @@ std::pair<CLI::App*, std::string> commandPath(CLI::App& app, int argc, char** ar
 
 std::string fullName(const CLI::App* command) {
   std::string name = command->get_name();
-  for (const CLI::App* p = command->get_parent(); p != nullptr; p = p->get_parent()) name = p->get_name() + " " + name;
+  for (const CLI::App* p = command->get_parent(); p != nullptr; p = p->get_parent()) {
+    name.insert(0, p->get_name() + " ");
+  }
   return name;
 }
 
@@ -117,9 +119,7 @@ void writeManual(std::ostream& out, const CLI::App& app) {
   writeManualSections(out, app);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runTool(int argc, char** argv) {
   CLI::App app{
       "The zq library from the command line: digests, password hashes, encrypted files, RSA keys,\n"
       "Base64, URLs, addresses and version numbers in the library's own formats.\n"
@@ -177,6 +177,17 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     std::cout.flush();
     zqtool::report(e.what());
+    return zqtool::kFailure;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return runTool(argc, argv);
+  } catch (...) {
+    // Only the set-up of the command line itself can get here, and its report may fail too.
     return zqtool::kFailure;
   }
 }
