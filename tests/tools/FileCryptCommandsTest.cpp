@@ -51,6 +51,22 @@ TEST_F(FileCryptCommandsTest, RoundTripsFileToFileAndInPlace) {
   EXPECT_EQ(3u, left.size()) << "temporary files left behind";
 }
 
+TEST_F(FileCryptCommandsTest, InPlaceEncryptionZeroesThePlainTextUnlessItHasAnotherName) {
+  ZQ_SKIP_WITHOUT("encrypt");
+  const std::string plain(5000, 'p');
+  file("plain", plain);
+  std::ifstream old(path("plain"), std::ios::binary);  // still reads the replaced content
+  ZQ_EXPECT_RUN(zq({"encrypt", "plain"}, "k\n"), 0);
+  const std::string left((std::istreambuf_iterator<char>(old)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(std::string(8192, '\0'), left);
+
+  file("linked", plain);
+  ASSERT_EQ(0, ::link(path("linked").c_str(), path("other name").c_str()));
+  ZQ_EXPECT_RUN(zq({"encrypt", "linked"}, "k\n"), 0);
+  EXPECT_EQ(plain, readFile(path("other name")));
+  EXPECT_NE(plain, readFile(path("linked")));
+}
+
 TEST_F(FileCryptCommandsTest, OpensslEncReadsAndWritesTheSameForm) {
   ZQ_SKIP_WITHOUT("encrypt");
   const std::string plain = "the same bytes on both sides\n" + std::string(5000, 'q');

@@ -244,15 +244,17 @@ void PendingFile::commit(const std::function<void(const std::string& oldFile)>& 
     throw Failure("cannot write " + reason(m_target));
   }
   m_committed = true;
-  if (old >= 0) {
+  // A file that still has another name is still someone's content: it is left alone.
+  struct stat left {};
+  if (old >= 0 && ::fstat(old, &left) == 0 && left.st_nlink == 0) {
     try {
       wipeOld("/proc/self/fd/" + std::to_string(old));
     } catch (...) {
       ::close(old);
       throw;
     }
-    ::close(old);
   }
+  if (old >= 0) ::close(old);
 }
 
 }  // namespace zqtool
