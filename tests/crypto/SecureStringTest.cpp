@@ -59,7 +59,7 @@ const int g_hooked = __sanitizer_install_malloc_and_free_hooks(onMalloc, onFree)
 }  // namespace
 #else
 #include <malloc.h>
-extern "C" void __libc_free(void*);
+extern "C" void __libc_free(void*);  // NOLINT(bugprone-reserved-identifier): the C library's own free
 extern "C" void free(void* p) {
   if (p != nullptr && g_scanning.load()) inspect(p, malloc_usable_size(p));
   __libc_free(p);

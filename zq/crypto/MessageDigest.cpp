@@ -59,7 +59,8 @@ class Fetched {
  private:
   Fetched() {
     OSSL_LIB_CTX* context = internal::libraryContext();
-    ERR_set_mark();  // a digest this OpenSSL lacks is no error of the caller's
+    if (context == nullptr) return;  // never the application's context in its place
+    ERR_set_mark();                  // a digest this OpenSSL lacks is no error of the caller's
     for (int row = 0; row < kRowCount; ++row)
       m_digests[row] = kRows[row].fetchName == nullptr ? nullptr : EVP_MD_fetch(context, kRows[row].fetchName, nullptr);
     m_pbkdf2 = EVP_KDF_fetch(context, OSSL_KDF_NAME_PBKDF2, nullptr);
@@ -262,7 +263,7 @@ const void* MessageDigest::evp_type(Algorithm algorithm) { return evpOf(algorith
 
 std::string MessageDigest::algorithmName(int algorithm) {
   if (static_cast<signed char>(algorithm) < 0) {
-    const std::string name = algorithmName(algorithm & 0x7F);
+    std::string name = algorithmName(algorithm & 0x7F);
     if (name.empty()) return name;
     return "PBKDF2;" + name + ";" + std::to_string(algorithm >> 12);
   }
@@ -311,6 +312,7 @@ secure_string MessageDigest::crypt_sha(secure_string key, secure_string salt, Al
 
   MessageDigest h(algorithm);
   const std::size_t n = static_cast<std::size_t>(h.length());
+  if (n == 0) return secure_string();  // an OpenSSL without SHA-2: nothing to hash with
   const std::size_t keySize = key.size();
   unsigned char a[kMaxDigest], b[kMaxDigest], d[kMaxDigest];
 

@@ -52,7 +52,7 @@ bool syncPath(const std::string& path) {
 
 // Copies `in` into `out` to its end. The buffer is wiped: the content may be plain text.
 bool copyAll(int in, int out) {
-  std::vector<char> buffer(64 * 1024);
+  std::vector<char> buffer(std::size_t{64} * 1024);
   bool ok = true;
   for (;;) {
     const ssize_t n = ::read(in, buffer.data(), buffer.size());
