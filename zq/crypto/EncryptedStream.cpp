@@ -90,9 +90,8 @@ class FileSink {
   std::uintmax_t* m_count;
 };
 
-// What one file-to-file pass moved, for the checks that it moved everything.
+// What one file-to-file pass moved, for the check that it moved everything.
 struct Moved {
-  bool sourceOpen = false;
   bool targetOpen = false;
   std::uintmax_t read = 0;     // from the source, vector included
   std::uintmax_t written = 0;  // to the target, vector included
@@ -108,23 +107,17 @@ struct FileEnds {
   fs::ofstream target;
 };
 
-void openSource(FileEnds& ends, const fs::path& path, bool strict, Moved& moved) {
+// Opens one end of a pass; whether it is open. With `strict`, one that can't be opened throws.
+template <class Stream>
+bool openEnd(Stream& stream, const fs::path& path, std::ios_base::openmode mode, bool strict, const char* what) {
   errno = 0;
-  ends.source.open(path, std::ios_base::in | std::ios_base::binary);
-  moved.sourceOpen = ends.source.is_open();
-  if (strict && !moved.sourceOpen) throwFileError(k_openSource, path, lastError().value());
+  stream.open(path, mode | std::ios_base::binary);
+  if (strict && !stream.is_open()) throwFileError(what, path, lastError().value());
+  return stream.is_open();
 }
 
-void openTarget(FileEnds& ends, const fs::path& path, bool strict, Moved& moved) {
-  errno = 0;
-  ends.target.open(path, std::ios_base::out | std::ios_base::binary);
-  moved.targetOpen = ends.target.is_open();
-  if (strict && !moved.targetOpen) throwFileError(k_openTarget, path, lastError().value());
-}
-
-// Runs a pass; a target that did not receive all it should have is removed (unless it is no
-// regular file) and reported, rather than left half-written. With `strict`, a source or target
-// that can't be opened is reported too.
+// Runs a pass. A target that did not receive all it should have is removed (unless it is no
+// regular file) and reported, rather than left half-written.
 template <class Pass>
 Moved runPass(const fs::path& target, Pass pass) {
   Moved moved;
@@ -147,11 +140,11 @@ Moved encryptFile(const fs::path& source, const fs::path& target, secure_string 
     aes_context context(k_piece + b);  // holds the cipher text of one piece
     secure_string iv = context.init_for_encrypting(std::move(key));
     // The target exists before the source is opened, with the vector in front.
-    openTarget(ends, target, strict, moved);
+    moved.targetOpen = openEnd(ends.target, target, std::ios_base::out, strict, k_openTarget);
     FileSink sink(moved.targetOpen ? ends.target.rdbuf() : nullptr, &moved.written);
     sink.write(iv.data(), static_cast<std::streamsize>(iv.size()));
     internal::wipe(iv);
-    openSource(ends, source, strict, moved);
+    openEnd(ends.source, source, std::ios_base::in, strict, k_openSource);
     {
       io::filtering_ostream chain;
       if (digest != nullptr) chain.push(digesting_output_filter(digest), k_piece);
@@ -168,7 +161,7 @@ Moved decryptFile(const fs::path& source, const fs::path& target, secure_string 
                   bool strict) {
   return runPass(target, [&](Moved& moved) {
     FileEnds ends;
-    openSource(ends, source, strict, moved);
+    openEnd(ends.source, source, std::ios_base::in, strict, k_openSource);
     FileSource input(ends.source.rdbuf(), &moved.read);
     // What a short file has of a vector, the rest zero.
     secure_string iv(b, '\0');
@@ -183,7 +176,7 @@ Moved decryptFile(const fs::path& source, const fs::path& target, secure_string 
     if (digest != nullptr) chain.push(digesting_input_filter(digest), k_piece);
     chain.push(decrypting_input_filter(&context), k_piece);
     chain.push(input, k_piece);
-    openTarget(ends, target, strict, moved);
+    moved.targetOpen = openEnd(ends.target, target, std::ios_base::out, strict, k_openTarget);
     moved.expected = static_cast<std::uintmax_t>(
         io::copy(chain, FileSink(moved.targetOpen ? ends.target.rdbuf() : nullptr, &moved.written), k_piece));
   });

@@ -6,8 +6,10 @@
 // least 16). No header, salt, stored digest or trailer. The key is the caller's pass phrase used
 // directly, as aes_context takes it: padded with blanks to 64 bytes to encrypt, and its first 32
 // bytes are the AES key, so `openssl enc -aes-256-cbc -K <hex of those 32> -iv <hex of the first
-// 16 bytes>` reads what follows them. Nothing tells whether a key is right: a wrong one gives
-// wrong plain text, without a report.
+// 16 bytes>` reads what follows them. To decrypt, the key is taken as it stands: one shorter than
+// 32 bytes must be padded with blanks by the caller. Nothing tells whether a key is right: a
+// wrong one gives wrong plain text, without a report. Every call is independent of every other;
+// two calls on the same files are not kept apart.
 #pragma once
 
 #include <zq/Export.h>

@@ -47,7 +47,8 @@ class ZQ_API aes_context {
   // Empties the ring (the caller must have drained it), encrypts from `in` into it while it has
   // room, and advances `in`. Returns the bytes now in the ring; `in` may have bytes left.
   std::size_t encrypt_buffer(range_type& in);
-  // Finishes the message into the ring, emptied first if `clear_buffer`. Returns the bytes added.
+  // Finishes the message into the ring, emptied first if `clear_buffer` (and grown, not overrun,
+  // if it lacks a block of room in one piece). Returns the bytes added.
   std::size_t encrypt_final(bool clear_buffer);
 
   // Decrypts from the ring into `out` while `out` has more than a block of room. Returns the
