@@ -84,6 +84,17 @@ std::string digestLine(MessageDigest& digest, const std::string& fileName, bool 
   return (escaped ? "\\" : "") + line + "  " + name;
 }
 
+void feedFile(MessageDigest& digest, const std::string& file, ProgressMode mode) {
+  InputFile in(file);
+  Progress progress(mode, in.size());
+  std::vector<char> buffer(1 << 20);
+  std::uint64_t done = 0;
+  while (const std::size_t n = in.read(buffer.data(), buffer.size())) {
+    digest.append(buffer.data(), n);
+    progress.update(done += n);
+  }
+}
+
 namespace {
 
 struct DigestOptions {
@@ -96,18 +107,11 @@ struct DigestOptions {
 int digestCommand(const DigestOptions& options) {
   const int algorithm = digestAlgorithm(options.algorithm);
   const std::vector<std::string> files = options.files.empty() ? std::vector<std::string>{"-"} : options.files;
-  std::vector<char> buffer(1 << 20);
   int status = kSuccess;
   for (const std::string& file : files) {
     try {
-      InputFile in(file);
       MessageDigest digest(static_cast<MessageDigest::Algorithm>(algorithm));
-      Progress progress(options.progress, in.size());
-      std::uint64_t done = 0;
-      while (const std::size_t n = in.read(buffer.data(), buffer.size())) {
-        digest.append(buffer.data(), n);
-        progress.update(done += n);
-      }
+      feedFile(digest, file, options.progress);
       std::cout << digestLine(digest, file, options.base64) << "\n";
     } catch (const Failure& e) {
       std::cout.flush();

@@ -1,6 +1,8 @@
 // Digest names as a person types them, and digest lines in the form of sha256sum.
 #pragma once
 
+#include "Progress.h"
+
 #include <zq/crypto/MessageDigest.h>
 
 #include <string>
@@ -15,5 +17,9 @@ int digestAlgorithm(const std::string& name);
 // The digest as lower-case hex (or Base64), two spaces and the file name: the line that
 // sha256sum writes, escaped as it escapes names with a backslash or a line break.
 std::string digestLine(zq::crypto::MessageDigest& digest, const std::string& fileName, bool base64);
+
+// Feeds all of `file` ("-": standard input) to `digest`, with a progress bar as `progress`
+// allows. Throws Failure for a file that can't be read.
+void feedFile(zq::crypto::MessageDigest& digest, const std::string& file, ProgressMode progress);
 
 }  // namespace zqtool

@@ -1,6 +1,7 @@
 // The rsa commands: key pairs in PEM, signatures over a file's SHA-256 digest, and short
 // messages encrypted for a public key. Signatures and cipher texts travel as one line of Base64.
 #include "Command.h"
+#include "Digests.h"
 #include "Io.h"
 #include "Progress.h"
 
@@ -80,15 +81,8 @@ secure_string fromBase64(const secure_string& text, const std::string& what) {
 }
 
 secure_string fileDigest(const RsaOptions& options) {
-  InputFile in(options.file);
   MessageDigest digest(MessageDigest::SHA256);
-  Progress progress(options.progress, in.size());
-  std::string buffer(1 << 20, '\0');
-  std::uint64_t done = 0;
-  while (const std::size_t n = in.read(&buffer[0], buffer.size())) {
-    digest.append(buffer.data(), n);
-    progress.update(done += n);
-  }
+  feedFile(digest, options.file, options.progress);
   return digest.digest();
 }
 

@@ -84,12 +84,12 @@ int parseFailure(CLI::App& app, const CLI::ParseError& e, CLI::App* command) {
   return zqtool::kUsage;
 }
 
-// Text as troff shows it literally.
 // The help of `command` itself: App::help would show that of a chosen subcommand instead.
 std::string helpOf(const CLI::App& command) {
   return command.get_formatter()->make_help(&command, fullName(&command), CLI::AppFormatMode::Normal);
 }
 
+// Text as troff shows it literally.
 std::string troff(const std::string& text) {
   std::string out;
   bool lineStart = true;
