@@ -17,7 +17,8 @@ namespace test {
 namespace {
 
 struct TerminalRun {
-  int status = -1;     // exit status, or -1 when it did not exit in time
+  int status = -1;     // exit status, or -1 when it did not exit
+  int signal = 0;      // the signal that ended it, if one did
   std::string screen;  // all the terminal showed
 };
 
@@ -66,6 +67,7 @@ TerminalRun onTerminal(const std::string& folder, const std::vector<std::string>
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
 }
 
@@ -103,6 +105,22 @@ TEST_F(TerminalTest, ProgressShowsOnATerminalForLargeFilesOnly) {
   EXPECT_NE(std::string::npos, run.screen.find("  large")) << run.screen;
   run = onTerminal(m_folder, {"digest", "--no-progress", "large"});
   EXPECT_EQ(std::string::npos, run.screen.find("MiB/s")) << run.screen;
+}
+
+// Ctrl-C while a file is written: whenever it lands, no partial or temporary file is left.
+TEST_F(TerminalTest, AnInterruptLeavesNoPartialFile) {
+  ZQ_SKIP_WITHOUT("encrypt");
+  file("key", "k");
+  file("big", std::string(64 << 20, 'b'));
+  const TerminalRun run =
+      onTerminal(m_folder, {"encrypt", "--progress", "--key-file", "key", "big", "out"}, {{"% ", "\x03"}});
+  EXPECT_TRUE(run.signal == SIGINT || run.status == 0) << run.screen;
+  for (const std::string& name : folderEntries(m_folder)) {
+    EXPECT_NE(0u, name.rfind(".zq-", 0)) << "left behind: " << name;
+    if (name == "out") {
+      EXPECT_EQ(16u + (64 << 20) + 16, readFile(path("out")).size());
+    }
+  }
 }
 
 }  // namespace
