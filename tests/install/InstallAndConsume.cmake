@@ -17,6 +17,23 @@ foreach(forbidden include/zq/platform)
   endif()
 endforeach()
 
+# The installed tool finds the installed library by itself, with no LD_LIBRARY_PATH.
+if(ZQ_WITH_TOOL)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${ZQ_STAGE}/bin/zq --version
+                  RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT result EQUAL 0 OR NOT out MATCHES "^zq ")
+    message(FATAL_ERROR "the installed zq does not run (${result}): ${out}${err}")
+  endif()
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH ${ZQ_STAGE}/bin/zq base64 encode zq
+                  RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT result EQUAL 0 OR NOT out STREQUAL "enE=\n")
+    message(FATAL_ERROR "the installed zq gave (${result}): ${out}${err}")
+  endif()
+  if(NOT EXISTS ${ZQ_STAGE}/share/man/man1/zq.1)
+    message(FATAL_ERROR "the manual page zq.1 was not installed")
+  endif()
+endif()
+
 foreach(mode package pkgconfig)
   set(bin ${ZQ_CONSUMER_BINARY}/${mode})
   run(${CMAKE_COMMAND} -S ${ZQ_CONSUMER_SOURCE} -B ${bin} -DCMAKE_PREFIX_PATH=${ZQ_STAGE}

@@ -21,6 +21,26 @@ struct ChildResult {
 ChildResult runChild(const std::vector<std::string>& argv, const std::string& workingDirectory = std::string(),
                      std::chrono::seconds timeout = std::chrono::seconds(120));
 
+struct ProgramRun {
+  std::string input;                     // written to standard input, which is then closed
+  std::vector<std::string> environment;  // "NAME=value" entries added to the test's own
+  std::string workingDirectory;          // empty: the current one
+  std::chrono::seconds timeout = std::chrono::seconds(120);
+};
+
+struct ProgramResult {
+  bool exited = false;  // ended through exit(); false when killed by a signal or timed out
+  int exitCode = -1;
+  int signal = 0;
+  bool timedOut = false;
+  std::string out;  // standard output
+  std::string err;  // standard error
+};
+
+// Runs a program as a user's shell would, with standard input, output and error apart. The child
+// has a session of its own, so it has no terminal to ask anything of.
+ProgramResult runProgram(const std::vector<std::string>& argv, const ProgramRun& run = ProgramRun());
+
 // The path of the running test program, for tests that re-run it with a filter.
 std::string selfExecutable();
 

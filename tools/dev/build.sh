@@ -10,7 +10,7 @@ cd "$(dirname "$0")/../.."
 packages=(cmake ninja-build g++ pkg-config clang clang-tidy clang-format
   libboost-dev libboost-thread-dev libboost-system-dev libboost-date-time-dev
   libboost-filesystem-dev libboost-regex-dev libboost-iostreams-dev
-  libssl-dev openssl libcrypt-dev libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev libcurl4-openssl-dev)
+  libssl-dev openssl libcrypt-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev libcurl4-openssl-dev)
 
 install_missing() {
   local missing=()

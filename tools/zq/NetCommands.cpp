@@ -6,6 +6,9 @@
 
 #include <iostream>
 #include <list>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -65,10 +68,6 @@ int ipCommand(const std::vector<std::string>& args) {
 }
 
 int macCommand(const std::vector<std::string>& args) {
-  if (args.empty()) {
-    std::cerr << "zq mac: give one or more MAC addresses (hex pairs between hyphens)\n";
-    return 2;
-  }
   int status = 0;
   for (const std::string& text : args) {
     std::cout << text << "\t";
@@ -87,9 +86,16 @@ int macCommand(const std::vector<std::string>& args) {
   return status;
 }
 
-const bool ipRegistered = zqtool::registerCommand(
-    {"ip", "[ADDRESS...]", "parse, classify and print IP addresses; none: list local adapters", ipCommand});
-const bool macRegistered =
-    zqtool::registerCommand({"mac", "MAC...", "parse and print MAC addresses (00-1a-2b-3c-4d-5e)", macCommand});
+const bool registered = zqtool::registerCommands([](CLI::App& app) {
+  auto addresses = std::make_shared<std::vector<std::string>>();
+  zqtool::addCommand(app, "ip", "parse, classify and print IP addresses; none: list the local adapters", [addresses] {
+    return ipCommand(*addresses);
+  })->add_option("ADDRESS", *addresses, "IPv4 or IPv6 addresses");
+  auto macs = std::make_shared<std::vector<std::string>>();
+  zqtool::addCommand(app, "mac", "parse and print MAC addresses (00-1a-2b-3c-4d-5e)",
+                     [macs] { return macCommand(*macs); })
+      ->add_option("MAC", *macs, "MAC addresses, hex pairs between hyphens")
+      ->required();
+});
 
 }  // namespace

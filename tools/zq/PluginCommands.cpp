@@ -10,6 +10,7 @@
 #include <exception>
 #include <iostream>
 #include <list>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -57,33 +58,27 @@ void describePack(const std::wstring& path) {
   Loader::destroyHandle(handle);
 }
 
-int pluginsCommand(const std::vector<std::string>& args) {
-  if (args.size() > 1) {
-    std::cerr << "zq plugins: give at most one folder\n";
-    return 2;
-  }
-  try {
-    const std::list<std::wstring> folders =
-        args.empty() ? Loader::defaultSearchPaths() : std::list<std::wstring>{zq::wconvert(args.front())};
-    for (const std::wstring& folder : folders) {
-      std::list<std::wstring> packs;
-      try {
-        packs = Loader::listSharedLibraries(folder);
-      } catch (const zq::Exception& e) {
-        std::cerr << "zq plugins: " << zq::convert(folder) << ": " << e.what() << "\n";
-        return 1;
-      }
-      if (packs.empty()) std::cout << "no component packs in " << zq::convert(folder) << "\n";
-      for (const std::wstring& pack : packs) describePack(pack);
+int pluginsCommand(const std::string& folder) {
+  const std::list<std::wstring> folders =
+      folder.empty() ? Loader::defaultSearchPaths() : std::list<std::wstring>{zq::wconvert(folder)};
+  for (const std::wstring& f : folders) {
+    std::list<std::wstring> packs;
+    try {
+      packs = Loader::listSharedLibraries(f);
+    } catch (const zq::Exception& e) {
+      throw zqtool::Failure("plugins: " + zq::convert(f) + ": " + e.what());
     }
-  } catch (const std::exception& e) {
-    std::cerr << "zq plugins: " << e.what() << "\n";
-    return 1;
+    if (packs.empty()) std::cout << "no component packs in " << zq::convert(f) << "\n";
+    for (const std::wstring& pack : packs) describePack(pack);
   }
   return 0;
 }
 
-const bool registered = zqtool::registerCommand(
-    {"plugins", "[FOLDER]", "component packs and their components (default: PlugIns beside zq)", pluginsCommand});
+const bool registered = zqtool::registerCommands([](CLI::App& app) {
+  auto folder = std::make_shared<std::string>();
+  zqtool::addCommand(app, "plugins", "component packs and their components (default: PlugIns beside zq)", [folder] {
+    return pluginsCommand(*folder);
+  })->add_option("FOLDER", *folder, "folder of component packs");
+});
 
 }  // namespace

@@ -4,20 +4,11 @@
 #include <zq/Net/Url.h>
 
 #include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
-
-const char k_usage[] =
-    "usage: zq url resolve BASE REFERENCE...   each reference resolved against BASE\n"
-    "       zq url relative URL BASE           URL made relative to BASE\n"
-    "       zq url escape TEXT...              the escaped form of each text\n"
-    "       zq url validate URL...             'valid' or 'invalid' each; status 1 if any is invalid\n"
-    "       zq url parts URL...                scheme, host, port, path, query and fragment\n";
-
-int usage() {
-  std::cerr << k_usage;
-  return 2;
-}
 
 const char* orNone(const char* part) { return part ? part : "(none)"; }
 
@@ -31,40 +22,55 @@ void printParts(const zq::Url& url) {
             << "  fragment: " << orNone(url.fragment()) << "\n";
 }
 
-int urlCommand(const std::vector<std::string>& args) {
-  if (args.empty()) return usage();
-  const std::string& action = args[0];
-  const std::vector<std::string> rest(args.begin() + 1, args.end());
-  if (action == "resolve" && rest.size() >= 2) {
-    const zq::Url base(rest[0]);
-    for (size_t i = 1; i < rest.size(); ++i) std::cout << base / rest[i] << "\n";
-    return 0;
-  }
-  if (action == "relative" && rest.size() == 2) {
-    std::cout << zq::Url(rest[0]).relativize(rest[1].c_str()) << "\n";
-    return 0;
-  }
-  if (action == "escape" && !rest.empty()) {
-    for (const std::string& text : rest) std::cout << zq::Url(text).escape() << "\n";
-    return 0;
-  }
-  if (action == "validate" && !rest.empty()) {
-    int status = 0;
-    for (const std::string& text : rest) {
-      const bool valid = zq::Url::validate(text);
-      std::cout << (valid ? "valid    " : "invalid  ") << text << "\n";
-      if (!valid) status = 1;
-    }
-    return status;
-  }
-  if (action == "parts" && !rest.empty()) {
-    for (const std::string& text : rest) printParts(zq::Url(text));
-    return 0;
-  }
-  return usage();
-}
+const bool registered = zqtool::registerCommands([](CLI::App& app) {
+  CLI::App* url = zqtool::addGroup(app, "url", "resolve, relativise, escape, validate or split URLs");
+  auto base = std::make_shared<std::string>();
+  auto texts = std::make_shared<std::vector<std::string>>();
 
-const bool registered = zqtool::registerCommand(
-    {"url", "ACTION ARGS...", "resolve, relativise, escape, validate or split URLs", urlCommand});
+  CLI::App* resolve = zqtool::addCommand(*url, "resolve", "each reference resolved against BASE", [base, texts] {
+    const zq::Url resolved(*base);
+    for (const std::string& reference : *texts) std::cout << resolved / reference << "\n";
+    return 0;
+  });
+  resolve->add_option("BASE", *base, "the base URL")->required();
+  resolve->add_option("REFERENCE", *texts, "relative or absolute references")->required();
+
+  auto target = std::make_shared<std::string>();
+  CLI::App* relative = zqtool::addCommand(*url, "relative", "URL made relative to BASE", [target, base] {
+    std::cout << zq::Url(*target).relativize(base->c_str()) << "\n";
+    return 0;
+  });
+  relative->add_option("URL", *target, "the URL")->required();
+  relative->add_option("BASE", *base, "the base URL")->required();
+
+  zqtool::addCommand(*url, "escape", "the escaped form of each text",
+                     [texts] {
+                       for (const std::string& text : *texts) std::cout << zq::Url(text).escape() << "\n";
+                       return 0;
+                     })
+      ->add_option("TEXT", *texts, "texts to escape")
+      ->required();
+
+  zqtool::addCommand(*url, "validate", "'valid' or 'invalid' each; status 1 if any is invalid",
+                     [texts] {
+                       int status = 0;
+                       for (const std::string& text : *texts) {
+                         const bool valid = zq::Url::validate(text);
+                         std::cout << (valid ? "valid    " : "invalid  ") << text << "\n";
+                         if (!valid) status = 1;
+                       }
+                       return status;
+                     })
+      ->add_option("URL", *texts, "URLs to check")
+      ->required();
+
+  zqtool::addCommand(*url, "parts", "scheme, host, port, path, query and fragment",
+                     [texts] {
+                       for (const std::string& text : *texts) printParts(zq::Url(text));
+                       return 0;
+                     })
+      ->add_option("URL", *texts, "URLs to split")
+      ->required();
+});
 
 }  // namespace

@@ -10,55 +10,34 @@
 #include <iomanip>
 #include <iostream>
 #include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
-int hashCommand(const std::vector<std::string>& args) {
-  if (args.empty()) {
-    std::cerr << "zq hash: give one or more texts\n";
-    return 2;
-  }
-  for (const std::string& text : args) {
+int hashCommand(const std::vector<std::string>& texts) {
+  for (const std::string& text : texts) {
     const auto h = zq::Hash::hash(reinterpret_cast<const unsigned char*>(text.data()), text.size());
     std::cout << "0x" << std::hex << std::setw(8) << std::setfill('0') << h << std::dec << "  " << text << "\n";
   }
   return 0;
 }
 
-const char* const kBase64Usage =
-    "usage: zq base64 encode [--no-padding] [--no-line-breaks] [TEXT]\n"
-    "       zq base64 decode [TEXT]\n"
-    "Without TEXT the data is read from standard input.\n";
-
 // Binary-safe: goes through the buffer forms, so zero bytes survive both ways.
-int base64Command(const std::vector<std::string>& args) {
-  if (args.empty() || (args[0] != "encode" && args[0] != "decode")) {
-    std::cerr << kBase64Usage;
-    return 2;
-  }
-  const bool encoding = args[0] == "encode";
-  int flags = 0;
-  std::vector<std::string> texts;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    if (encoding && args[i] == "--no-padding") {
-      flags |= zq::Base64::kNoPadding;
-    } else if (encoding && args[i] == "--no-line-breaks") {
-      flags |= zq::Base64::kNoLineBreaks;
-    } else if (args[i].size() > 2 && args[i].compare(0, 2, "--") == 0) {
-      std::cerr << "zq base64: unknown option '" << args[i] << "'\n" << kBase64Usage;
-      return 2;
-    } else {
-      texts.push_back(args[i]);
-    }
-  }
-  if (texts.size() > 1) {
-    std::cerr << kBase64Usage;
-    return 2;
-  }
+struct Base64Options {
+  bool noPadding = false;
+  bool noLineBreaks = false;
+  std::vector<std::string> text;  // none or one; none: standard input
+};
+
+int base64Command(bool encoding, const Base64Options& options) {
+  const int flags =
+      (options.noPadding ? zq::Base64::kNoPadding : 0) | (options.noLineBreaks ? zq::Base64::kNoLineBreaks : 0);
   const std::string input =
-      texts.empty() ? std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>())
-                    : texts[0];
+      options.text.empty() ? std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>())
+                           : options.text[0];
   if (input.empty()) return 0;
 
   std::string output;
@@ -78,30 +57,17 @@ int base64Command(const std::vector<std::string>& args) {
   return std::cout ? 0 : 1;
 }
 
-const char* const kVersionUsage =
-    "usage: zq version parse TEXT...     fields of each version text\n"
-    "       zq version print TEXT...     each text as parsed and printed again\n"
-    "       zq version compare A B       prints <, = or > (numbers only)\n"
-    "       zq version shorten TEXT...   the short display form\n";
-
 bool parseVersion(const std::string& text, zq::VersionNumber& o_version) {
   try {
     o_version.fromString(zq::wconvert(text));
     return true;
   } catch (const zq::Exception& e) {
-    std::cerr << "zq version: " << e.what() << "\n";
+    zqtool::report("version: " + std::string(e.what()));
     return false;
   }
 }
 
-int versionCommand(const std::vector<std::string>& args) {
-  const std::string sub = args.empty() ? std::string() : args[0];
-  const std::vector<std::string> texts(args.begin() + (args.empty() ? 0 : 1), args.end());
-  const bool known = sub == "parse" || sub == "print" || sub == "compare" || sub == "shorten";
-  if (!known || texts.empty() || (sub == "compare" && texts.size() != 2)) {
-    std::cerr << kVersionUsage;
-    return 2;
-  }
+int versionCommand(const std::string& sub, const std::vector<std::string>& texts) {
   std::vector<zq::VersionNumber> versions(texts.size());
   for (std::size_t i = 0; i < texts.size(); ++i) {
     if (!parseVersion(texts[i], versions[i])) return 1;
@@ -128,9 +94,39 @@ int versionCommand(const std::vector<std::string>& args) {
   return 0;
 }
 
-const bool registered =
-    zqtool::registerCommand({"hash", "TEXT...", "32-bit string hash of each text", hashCommand}) &&
-    zqtool::registerCommand({"base64", "encode|decode [TEXT]", "Base64 of TEXT or standard input", base64Command}) &&
-    zqtool::registerCommand({"version", "SUB TEXT...", "versions: parse, print, compare A B, shorten", versionCommand});
+const bool registered = zqtool::registerCommands([](CLI::App& app) {
+  auto texts = std::make_shared<std::vector<std::string>>();
+  zqtool::addCommand(app, "hash", "32-bit string hash of each text", [texts] { return hashCommand(*texts); })
+      ->add_option("TEXT", *texts, "texts to hash")
+      ->required();
+
+  CLI::App* base64 = zqtool::addGroup(app, "base64", "Base64 of a text or of standard input (binary-safe)");
+  auto options = std::make_shared<Base64Options>();
+  CLI::App* encode = zqtool::addCommand(*base64, "encode", "encode TEXT, or standard input without it",
+                                        [options] { return base64Command(true, *options); });
+  encode->add_flag("--no-padding", options->noPadding, "leave out the closing '=' characters");
+  encode->add_flag("--no-line-breaks", options->noLineBreaks, "one line, without MIME line breaks");
+  encode->add_option("TEXT", options->text, "the text")->expected(0, 1);
+  zqtool::addCommand(*base64, "decode", "decode TEXT, or standard input without it",
+                     [options] { return base64Command(false, *options); })
+      ->add_option("TEXT", options->text, "the Base64 text")
+      ->expected(0, 1);
+
+  CLI::App* version = zqtool::addGroup(app, "version", "version numbers: parse, print, compare, shorten");
+  const std::pair<const char*, const char*> subs[] = {{"parse", "fields of each version text"},
+                                                      {"print", "each text as parsed and printed again"},
+                                                      {"shorten", "the short display form"}};
+  for (const auto& sub : subs) {
+    const std::string name = sub.first;
+    zqtool::addCommand(*version, name, sub.second, [name, texts] { return versionCommand(name, *texts); })
+        ->add_option("TEXT", *texts, "version texts")
+        ->required();
+  }
+  zqtool::addCommand(*version, "compare", "prints <, = or > (numbers only)",
+                     [texts] { return versionCommand("compare", *texts); })
+      ->add_option("A B", *texts, "two version texts")
+      ->required()
+      ->expected(2);
+});
 
 }  // namespace
