@@ -3,13 +3,12 @@
 #include "Io.h"
 
 #include <zq/crypto/SecureFile.h>
-#ifdef ZQ_TOOL_SEEDED_KEYS
 #include <zq/crypto/SymetricEncryption.h>
-#endif
 
 #include <iostream>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace zqtool {
 namespace {
@@ -31,13 +30,9 @@ int keyCommand(const KeyOptions& options) {
   // The same seed, size and salt must give the same key on both sides: no default size.
   if (!options.bytesGiven) throw UsageError("--seed needs --bytes (see 'zq key --help')");
   if (options.seed.empty()) throw UsageError("the seed is empty");
-#ifdef ZQ_TOOL_SEEDED_KEYS
   const std::vector<unsigned char> key = zq::SymetricEncryption::random(options.seed, options.bytes, options.salt);
   std::cout << toHex(reinterpret_cast<const char*>(key.data()), key.size()) << "\n";
   return kSuccess;
-#else
-  throw Failure("keys from a seed are not built into this zq");
-#endif
 }
 
 const bool registered = registerCommands([](CLI::App& app) {
