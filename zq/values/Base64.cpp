@@ -107,10 +107,12 @@ std::size_t Base64::decode(const char* text, std::size_t length, unsigned char* 
   std::size_t i = 0;
   std::uint32_t bits = 0;  // accumulator; only its low `held` bits matter
   unsigned held = 0;
-  while (i < length) {
+  // Whole groups go on while three more bytes fit; the slow path stops at outSize.
+  const std::size_t groupEnd = outSize < 3 ? 0 : outSize - 2;
+  while (i < length && n < outSize) {
     if (held == 0) {
       // Whole groups of four alphabet characters, as long as they come.
-      for (; i + 4 <= length; i += 4, n += 3) {
+      for (; i + 4 <= length && n < groupEnd; i += 4, n += 3) {
         const std::uint32_t v = kDecode0[in[i]] | kDecode1[in[i + 1]] | kDecode2[in[i + 2]] | kDecode3[in[i + 3]];
         if (v & kForeign) break;
         out[n] = static_cast<unsigned char>(v >> 16);
@@ -140,7 +142,7 @@ std::string Base64::encode(const std::string& data, int flags) {
 }
 
 std::string Base64::decode(const std::string& text) {
-  // Not calcDencodedLength: text with surplus "=" would overrun it. Decoding never yields more
+  // Not calcDencodedLength: text with surplus "=" would be cut short. Decoding never yields more
   // bytes than it reads characters.
   std::vector<unsigned char> buffer(text.size() + 1, 0);
   const std::size_t n = decode(text.data(), text.size(), buffer.data(), buffer.size());
