@@ -85,8 +85,7 @@ struct GenericArgument : Argument {
   T m_value;
 };
 
-// Text as UTF-8. A copy's m_data still points at its source's value: read a copy through
-// m_value, or not after the source is gone.
+// Text as UTF-8. A copy holds and points at a value of its own.
 struct ZQ_API StringArgument : Argument {
   explicit StringArgument(const basic_stringref<char>& text);  // bytes as they stand
   // Each 16-bit unit is encoded alone: a surrogate pair gives two three-byte sequences.
@@ -102,8 +101,7 @@ struct ZQ_API StringArgument : Argument {
   std::string m_value;
 };
 
-// An array of UTF-8 strings, owned through m_data. A copy shares the array and both copies
-// delete it: never let two of them be destroyed.
+// An array of UTF-8 strings, owned through m_data. A copy has an array of its own.
 struct ZQ_API StringArrayArgument : Argument {
   explicit StringArrayArgument(std::size_t count);  // `count` empty strings
   explicit StringArrayArgument(const std::vector<std::string>& strings);
@@ -132,10 +130,9 @@ struct ZQ_API ArgumentVector {
   ~ArgumentVector() {  // deletes every non-null slot
     for (Argument* a : m_args) delete a;
   }
-  // Copies the eight pointers only: afterwards two vectors own the same arguments, and the
-  // caller must keep them apart. Share vectors through shared_ptr instead.
-  ArgumentVector& operator=(const ArgumentVector& other);
-  ArgumentVector(const ArgumentVector&) = delete;  // would double-own silently
+  // Not copyable: each argument has one owner. Share vectors through shared_ptr.
+  ArgumentVector(const ArgumentVector&) = delete;
+  ArgumentVector& operator=(const ArgumentVector&) = delete;
 
   // The slot at `i`, or null from 8 on.
   Argument* operator[](std::size_t i) { return i < max ? m_args[i] : nullptr; }
