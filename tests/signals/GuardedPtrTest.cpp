@@ -65,6 +65,26 @@ TEST(GuardedPtrTest, CopiesAssignmentsResetsAndLocalFormsCountTheRecord) {
   local.markDestroyed();
 }
 
+TEST(GuardedPtrTest, PointersAssignedToEachOtherCrosswiseDoNotDeadlock) {
+  static int first = 1, second = 2;
+  // Left to leak if the threads lock up, as they then keep using them.
+  auto* a = new GuardedPtr<int>(&first);
+  auto* b = new GuardedPtr<int>(&second);
+  auto* c = new SharedCountPtr(*a);
+  auto* d = new SharedCountPtr(*b);
+  a->markDestroyed(), b->markDestroyed();  // so that the last pointer of each frees it
+  ASSERT_TRUE(zq::test::bothReturn(
+      [=] {
+        for (int i = 0; i < 20000; ++i) *a = *b, *c = *d;
+      },
+      [=] {
+        for (int i = 0; i < 20000; ++i) *b = *a, *d = *c;
+      }))
+      << "two threads assigning crosswise locked each other up";
+  EXPECT_TRUE(*a == *b && *c == *d);
+  delete a, delete b, delete c, delete d;
+}
+
 TEST(GuardedPtrTest, GuardsAnswerOnceWhetherTheObjectLived) {
   SharedCountPtr null;
   {

@@ -81,11 +81,9 @@ SharedCountPtr::SharedCountPtr(const SharedCountPtr* other)
     : SharedCountPtr(other != nullptr ? *other : SharedCountPtr()) {}
 
 SharedCountPtr& SharedCountPtr::operator=(const SharedCountPtr& other) {
-  std::lock_guard<std::mutex> own(m_mutex);
-  if (&other != this) {
-    std::lock_guard<std::mutex> theirs(other.m_mutex);
-    resetNoLock(other.getCounter());
-  }
+  if (&other == this) return *this;
+  std::scoped_lock lock(m_mutex, other.m_mutex);  // both at once: crosswise assignments can't deadlock
+  resetNoLock(other.getCounter());
   return *this;
 }
 

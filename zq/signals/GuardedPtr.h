@@ -76,8 +76,8 @@ class ZQ_API SharedCount {
 };
 
 // One reference to a SharedCount, or null. Each pointer has its own mutex, so pointers are
-// heavy and belong on the stack or in long-lived records. Thread-safe, except that two
-// threads assigning two pointers to each other crosswise can deadlock.
+// heavy and belong on the stack or in long-lived records. Thread-safe; assignment locks both
+// pointers at once, so two threads may assign two pointers to each other crosswise.
 class ZQ_API SharedCountPtr {
  public:
   SharedCountPtr();
@@ -138,12 +138,10 @@ class GuardedPtr : public SharedCountPtr {
     m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
   }
   GuardedPtr& operator=(const GuardedPtr& other) {
-    std::lock_guard<std::mutex> own(getMutex());
-    if (&other != this) {
-      std::lock_guard<std::mutex> theirs(other.getMutex());
-      resetNoLock(other.getCounter());
-      m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
-    }
+    if (&other == this) return *this;
+    std::scoped_lock lock(getMutex(), other.getMutex());
+    resetNoLock(other.getCounter());
+    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
     return *this;
   }
 
@@ -183,9 +181,7 @@ class GuardedPtr : public SharedCountPtr {
   // Exchanges what two pointers refer to, without touching the records' counts.
   void swap(GuardedPtr& other) {
     if (&other == this) return;
-    std::unique_lock<std::mutex> own(getMutex(), std::defer_lock);
-    std::unique_lock<std::mutex> theirs(other.getMutex(), std::defer_lock);
-    std::lock(own, theirs);
+    std::scoped_lock lock(getMutex(), other.getMutex());
     swapNoLock(other);
     other.m_object.store(m_object.exchange(other.get(), std::memory_order_relaxed), std::memory_order_relaxed);
   }

@@ -314,12 +314,12 @@ void SignalPublisher::forward(const SignalDeclaration* declarations, GuardedPtr<
 }
 
 void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
-  std::unique_lock<internal::ReentrantSection> own(m_mutex);
-  std::unique_lock<internal::ReentrantSection> theirs(other.m_mutex);
+  if (&other == this) return;
+  // Both at once: two publishers moving onto each other can't deadlock.
+  std::scoped_lock lock(m_mutex, other.m_mutex);
   // insert keeps an entry the target already has.
   for (auto& entry : m_connections) other.m_connections.insert(entry);
   m_connections.clear();
-  theirs.unlock();
 }
 
 // ---- emitting ---------------------------------------------------------------------------

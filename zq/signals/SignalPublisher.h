@@ -250,7 +250,7 @@ class ZQ_API SignalPublisher {
   std::size_t countConnected(const std::string& signal, const void* receiver, const std::string& slot) const;
 
   // Moves every connection entry to `other`; an entry `other` already has is kept there and
-  // this one dropped. Connections keep their kind. Declarations stay.
+  // this one dropped. Connections keep their kind. Declarations stay. Onto itself: nothing.
   virtual void moveConnectionsTo(SignalPublisher& other);
 
   // The calling thread's emissions, oldest first: who emits what with which arguments, through
