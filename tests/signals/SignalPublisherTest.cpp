@@ -304,6 +304,27 @@ TEST(SignalPublisherLifeTest, ResetPtrKeepsEarlierGuardsAndDestroyedReachesADire
   EXPECT_EQ(address, watcher.seen);
 }
 
+TEST(SignalPublisherLifeTest, ASlotThatThrowsAtTheEndIsLoggedAndTheEndGoesOn) {
+  zq::test::LogCapture log;
+  int receiver = 0;
+  auto after = std::make_shared<Probe>(&receiver, "after");
+  {
+    Station station;
+    station.connect("destroyed", [](SignalPublisher*) { throw std::runtime_error("slot failed"); });
+    station.connect("destroyed", after, 1);
+    station.connect("tick", std::make_shared<Probe>(&receiver, "tick"), 1);
+    station.repeatSignal("tick", nullptr, boost::posix_time::hours(1), 2);
+  }
+  EXPECT_EQ(0, after->calls) << "the rest are not served";
+  EXPECT_EQ(zq::Disconnected, after->type()) << "the end disconnects all the same";
+  EXPECT_TRUE(SignalPublisher::callStack().empty()) << "no frame names the ended publisher";
+  const Texts lines = log.linesWith("CRITICAL");
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_NE(std::string::npos, lines[0].find("[zq::SignalPublisher::~SignalPublisher] a slot of \"destroyed\" threw: "
+                                             "slot failed"))
+      << lines[0];
+}
+
 TEST(SignalPublisherLifeTest, ASlotMayDestroyItsPublisherDuringTheEmission) {
   auto station = std::make_unique<Station>();
   int later = 0;

@@ -73,6 +73,10 @@ platform::ThreadEndSlot& framesOwner() {
   return *s_owner;
 }
 
+void reportDestroyedThrew(const char* what) {
+  ZQ_LOG(Log::Critical, "zq::SignalPublisher::~SignalPublisher", "a slot of \"destroyed\" threw: " << what);
+}
+
 }  // namespace
 
 internal::ThreadFrames& internal::threadFrames() {
@@ -92,7 +96,24 @@ SignalPublisher::SignalPublisher() : m_objectDebugID(s_nextObjectDebugID.fetch_a
 }
 
 SignalPublisher::~SignalPublisher() {
-  cleanUp();
+  if (isConnected(kDestroyed, nullptr, sm_Empty)) {
+    internal::ThreadFrames& thread = internal::threadFrames();
+    std::list<CallStackFrame>& stack = thread.stack();
+    const std::size_t depth = stack.size();
+    // An exception must not leave a destructor: that would end the program.
+    try {
+      emitDestroyed();
+    } catch (const std::exception& e) {
+      reportDestroyedThrew(e.what());
+    } catch (...) {
+      reportDestroyedThrew("unknown exception");
+    }
+    // A failed emission leaves its frame, which names this publisher: it goes with it.
+    while (stack.size() > depth) thread.pop(stack);
+  }
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  disconnectAll_noLock();
+  stopAll_no_lock();
   m_self.reset(nullptr);
 }
 
@@ -427,11 +448,14 @@ bool SignalPublisher::isPublisher(GuardedPtr<SignalPublisher> publisher) {
 
 // ---- life -------------------------------------------------------------------------------
 
+void SignalPublisher::emitDestroyed() {
+  if (!isConnected(kDestroyed, nullptr, sm_Empty)) return;
+  // A direct slot runs here, on the caller's thread, with no lock held.
+  emitSignal(kDestroyed, std::make_shared<ArgumentVector>(new GenericArgument<SignalPublisher*>(this)), 0.0f);
+}
+
 void SignalPublisher::cleanUp() {
-  if (isConnected(kDestroyed, nullptr, sm_Empty)) {
-    // A direct slot runs here, on the caller's thread, with no lock held.
-    emitSignal(kDestroyed, std::make_shared<ArgumentVector>(new GenericArgument<SignalPublisher*>(this)), 0.0f);
-  }
+  emitDestroyed();
   std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   disconnectAll_noLock();
   stopAll_no_lock();

@@ -102,7 +102,7 @@ class ZQ_API SignalPublisher {
   SignalPublisher();
   // Emits "destroyed" to what is connected to it, then disconnects everything and ends the
   // repeaters. It does not declare the object dead: the most derived class calls resetPtr()
-  // first.
+  // first. A slot that throws here is reported in one Critical line, not passed on.
   virtual ~SignalPublisher();
 
   // ---- reports (no lock: call them at a quiet moment or on the owning thread) -------------
@@ -395,6 +395,9 @@ class ZQ_API SignalPublisher {
  private:
   SignalPublisher(const SignalPublisher&);
   SignalPublisher& operator=(const SignalPublisher&);
+
+  // Emits "destroyed" if anything is connected to it; a direct slot's exception passes through.
+  void emitDestroyed();
 
   // emitSignal with the name's length known. `args` are lent to the frame and come back
   // unless a slot threw.
