@@ -1,7 +1,7 @@
 #include <zq/signals/Argument.h>
 
-#include <zq/foundation/internal/Utf8.h>
 #include <zq/platform/Demangle.h>
+#include <zq/platform/Utf8.h>
 #include <zq/signals/SignalPublisher.h>
 
 #include <algorithm>
@@ -20,7 +20,7 @@ void appendUnit(std::string& out, char32_t unit) {
     out += static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
     out += static_cast<char>(0x80 | (unit & 0x3F));
   } else {
-    internal::appendUtf8(out, unit);
+    platform::appendUtf8(out, unit);
   }
 }
 

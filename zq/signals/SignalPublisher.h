@@ -39,11 +39,11 @@
 #pragma once
 
 #include <zq/Export.h>
+#include <zq/internal/ReentrantSection.h>
 #include <zq/signals/Argument.h>
 #include <zq/signals/Connection.h>
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/Slot.h>
-#include <zq/threads/internal/ReentrantSection.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/asio/io_service.hpp>
