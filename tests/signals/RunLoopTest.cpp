@@ -5,6 +5,7 @@
 #include "tests/support/Wait.h"
 
 #include <gtest/gtest.h>
+#include <boost/asio/deadline_timer.hpp>
 
 #include <atomic>
 #include <chrono>

@@ -45,7 +45,6 @@
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/Slot.h>
 
-#include <boost/asio/deadline_timer.hpp>
 #include <boost/asio/io_service.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
@@ -63,6 +62,13 @@
 #include <utility>
 
 namespace zq {
+
+namespace internal {
+struct RepeaterTimer;
+struct ZQ_API EndRepeaterTimer {
+  void operator()(RepeaterTimer* timer) const;
+};
+}  // namespace internal
 
 // A signal's name with its argument types, for declaring, emitting and connecting with
 // checks at compile time. Cheap to copy; the name must live as long as the process.
@@ -88,14 +94,12 @@ class ZQ_API SignalPublisher {
   typedef zq::CallStackFrame CallStackFrame;
 
   // A signal to be emitted again and again on a run loop's timer. The record in the
-  // publisher's list owns `timer`; the timer's handler works on copies.
+  // publisher's list owns it and its timer.
   struct Repeater : CallStackFrame {
-    Repeater() : timer(nullptr), remaining(0) {}
-
-    boost::asio::deadline_timer* timer;
-    boost::posix_time::ptime nextTime;  // universal time
+    std::unique_ptr<internal::RepeaterTimer, internal::EndRepeaterTimer> timer;  // cancelled as it goes
+    boost::posix_time::ptime nextTime;                                           // universal time
     boost::posix_time::time_duration interval;
-    int remaining;                     // emissions left
+    int remaining = 0;                 // emissions left
     boost::posix_time::ptime endTime;  // universal time
   };
 
@@ -420,9 +424,6 @@ class ZQ_API SignalPublisher {
 
   // Takes out every connection of `list` that answers to (receiver, slot).
   static void disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot);
-
-  // The timer's handler, on the run loop's thread, with its own copy of the record.
-  static void repeaterExpired(Repeater& copy);
 
   template <class Parameters, class Function>
   bool connectSlot(const std::string& signal, ConnectionType type, const void* receiver, const std::string& slot,
