@@ -2,8 +2,8 @@
 
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
-#include <zq/signals/internal/FrameStack.h>
 #include <zq/signals/internal/SignalMemory.h>
+#include <zq/signals/internal/SignalThread.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>

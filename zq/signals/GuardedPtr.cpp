@@ -1,28 +1,14 @@
 #include <zq/signals/GuardedPtr.h>
 
-#if defined(__SANITIZE_THREAD__)
-#include <sanitizer/tsan_interface.h>
-#endif
+#include <zq/signals/internal/Sanitizers.h>
 
 namespace zq {
-namespace {
-// std::mutex dies without telling the thread sanitizer, which then takes the next mutex at
-// the same address for the same one and reports lock orders that never met. Pointers come
-// and go on the stack by the thousand, so tell it.
-inline void forgetMutex(std::mutex& mutex) {
-#if defined(__SANITIZE_THREAD__)
-  __tsan_mutex_destroy(&mutex, 0);
-#else
-  (void)mutex;
-#endif
-}
-}  // namespace
 
 // ---- SharedCount ------------------------------------------------------------------------
 
 SharedCount::SharedCount() : m_ownerCount(1), m_pointerCount(0), m_destroyed(false) {}
 
-SharedCount::~SharedCount() { forgetMutex(m_mutex); }
+SharedCount::~SharedCount() { internal::forgetMutex(&m_mutex); }
 
 namespace {
 // The count after adding `delta`, saturating at zero.
@@ -91,7 +77,7 @@ SharedCountPtr::~SharedCountPtr() {
   // Not reset(): the derived part is gone, only the record needs letting go, and nobody may
   // use a pointer that is being destroyed, so its own mutex need not be taken.
   SharedCountPtr::resetNoLock(nullptr);
-  forgetMutex(m_mutex);
+  internal::forgetMutex(&m_mutex);
 }
 
 void SharedCountPtr::reset(SharedCount* counter) {

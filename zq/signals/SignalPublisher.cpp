@@ -3,8 +3,7 @@
 #include <zq/signals/SignalPublisher.h>
 
 #include <zq/foundation/Log.h>
-#include <zq/platform/Threads.h>
-#include <zq/signals/internal/FrameStack.h>
+#include <zq/signals/internal/SignalThread.h>
 
 #include <boost/container/small_vector.hpp>
 
@@ -29,37 +28,11 @@ bool sameText(const std::string& a, std::string_view b) {
   return true;
 }
 
-// The calling thread's record, made on first use.
-ZQ_TLS_WORD internal::ThreadFrames* t_frames = nullptr;
-
-// Ends a thread's record, after the thread's C++ thread-local objects, whose destructors may
-// still emit. An emission from what this deletes makes a new record, ended in turn.
-void endThreadFrames(void* frames) {
-  t_frames = nullptr;
-  delete static_cast<internal::ThreadFrames*>(frames);
-}
-
-platform::ThreadEndSlot& framesOwner() {
-  // Never destroyed: threads may end while the process's exit hooks run.
-  static auto* const s_owner = new platform::ThreadEndSlot(&endThreadFrames);
-  return *s_owner;
-}
-
 void reportDestroyedThrew(const char* what) {
   ZQ_LOG(Log::Critical, "zq::SignalPublisher::~SignalPublisher", "a slot of \"destroyed\" threw: " << what);
 }
 
 }  // namespace
-
-internal::ThreadFrames& internal::threadFrames() {
-  internal::ThreadFrames* frames = t_frames;
-  if (frames == nullptr) {
-    frames = new internal::ThreadFrames();
-    framesOwner().set(frames);
-    t_frames = frames;
-  }
-  return *frames;
-}
 
 const std::string SignalPublisher::sm_Empty;
 

@@ -11,6 +11,7 @@
 namespace zq {
 namespace internal {
 
+// Part of the thread's record (SignalThread.h).
 struct ThreadFrames {
   // The thread's stack, made on first use (SignalPublisher::callStack).
   std::list<CallStackFrame>& stack() {
@@ -44,9 +45,6 @@ struct ThreadFrames {
   std::unique_ptr<std::list<CallStackFrame>> owned;
   std::list<CallStackFrame> spare;
 };
-
-// The calling thread's record.
-ThreadFrames& threadFrames();
 
 }  // namespace internal
 }  // namespace zq
