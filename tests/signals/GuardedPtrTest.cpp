@@ -1,4 +1,5 @@
 #include <zq/signals/GuardedPtr.h>
+#include <zq/signals/internal/LocalPtr.h>
 
 #include "tests/support/Wait.h"
 
@@ -13,6 +14,7 @@ using zq::GuardedPtr;
 using zq::SharedCount;
 using zq::SharedCountPtr;
 using zq::SharedCountPtrGuard;
+using zq::internal::LocalPtr;
 
 TEST(GuardedPtrTest, CountsSaturateAndMarkDeathOnce) {
   SharedCount* record = new SharedCount();
@@ -47,21 +49,21 @@ TEST(GuardedPtrTest, CopiesAssignmentsResetsAndLocalFormsCountTheRecord) {
   EXPECT_TRUE(fromNull < fromPointer);
 
   GuardedPtr<int> local;
-  local.assignLocal(a);
-  local.assignLocal(b);  // holding a record already: the old one is let go
+  LocalPtr::assign(local, a);
+  LocalPtr::assign(local, b);  // holding a record already: the old one is let go
   EXPECT_EQ(2u, record->pointerCount());
   EXPECT_EQ(2u, recordB->pointerCount());
   EXPECT_EQ(&second, local.get());
-  local.swapLocal(a);
+  LocalPtr::swap(local, a);
   EXPECT_EQ(&object, local.get());
   EXPECT_EQ(&second, a.get());
   EXPECT_EQ(2u, record->pointerCount()) << "a swap moves references without counting";
-  a.resetLocal();
+  LocalPtr::reset(a);
   EXPECT_EQ(nullptr, a.get());
   EXPECT_EQ(1u, recordB->pointerCount());
   // The last pointer of a dead object frees the record (the sanitizer sees a leak otherwise).
   b.markDestroyed();
-  b.resetLocal();
+  LocalPtr::reset(b);
   local.markDestroyed();
 }
 

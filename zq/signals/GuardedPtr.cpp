@@ -1,5 +1,6 @@
 #include <zq/signals/GuardedPtr.h>
 
+#include <zq/signals/internal/LocalPtr.h>
 #include <zq/signals/internal/Sanitizers.h>
 
 namespace zq {
@@ -22,7 +23,9 @@ bool SharedCount::changeCount(int delta, bool owner) {
   // A pointer count that stays above zero cannot make both counts zero, so copies and drops
   // of all but the last pointer need no lock. Reaching zero, or leaving it, is decided under
   // m_mutex with the owner count.
-  if (!owner && ((delta == 1 && addPointerAboveZero()) || (delta == -1 && dropPointerAboveZero()))) return false;
+  if (!owner && ((delta == 1 && internal::LocalPtr::addPointerAboveZero(*this)) ||
+                 (delta == -1 && internal::LocalPtr::dropPointerAboveZero(*this))))
+    return false;
   std::lock_guard<std::mutex> lock(m_mutex);
   if (owner) {
     m_ownerCount = added(m_ownerCount, delta);

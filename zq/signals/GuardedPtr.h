@@ -27,6 +27,10 @@
 
 namespace zq {
 
+namespace internal {
+struct LocalPtr;  // the library's own forms for pointers only the calling thread can reach
+}
+
 // The record behind guarded pointers: one owner count standing for the object, one count of
 // pointers, and whether the object was declared dead. Always on the heap; the pointer that
 // drops the last count deletes it. Thread-safe.
@@ -39,31 +43,14 @@ class ZQ_API SharedCount {
   // negative owner delta marks the object dead. True when both counts are now zero.
   bool changeCount(int delta, bool owner);
 
-  // changeCount(+1 / -1, false) for a pointer count that stays above zero, which decides
-  // nothing and needs no lock. False, with nothing changed, when the count is not such.
-  bool addPointerAboveZero() {
-    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
-    while (count >= 1)
-      if (m_pointerCount.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel, std::memory_order_relaxed))
-        return true;
-    return false;
-  }
-  // The same for a caller whose own pointer holds a count on this record: nothing to test.
-  void addPointerHeld() { m_pointerCount.fetch_add(1, std::memory_order_relaxed); }
-  bool dropPointerAboveZero() {
-    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
-    while (count > 1)
-      if (m_pointerCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
-        return true;
-    return false;
-  }
-
   bool isDestroyed() const { return m_destroyed.load(std::memory_order_relaxed); }
   std::uint64_t ownerCount() const;
   std::uint64_t pointerCount() const;
   boost::shared_mutex& objectLock() { return m_objectLock; }
 
  private:
+  friend struct internal::LocalPtr;
+
   SharedCount(const SharedCount&);
   SharedCount& operator=(const SharedCount&);
 
@@ -150,34 +137,6 @@ class GuardedPtr : public SharedCountPtr {
     m_object.store(nullptr, std::memory_order_relaxed);
   }
 
-  // The forms below are for pointers that only the calling thread can reach, such as the
-  // frames of its call stack: they take no mutex, which is all that tells them from
-  // assignment, reset(nullptr) and swap. assignLocal also reads `other` without its lock, so
-  // the record must stay alive meanwhile: `other` is the caller's own, or a publisher's
-  // pointer to itself, whose records live as long as the publisher.
-  void assignLocal(const GuardedPtr& other) {
-    SharedCount* counter = other.getCounter();
-    if (getCounter() == nullptr && counter != nullptr) {
-      counter->addPointerHeld();  // `other` holds a count
-      setCounterNoLock(counter);
-    } else {
-      SharedCountPtr::resetNoLock(counter);
-    }
-    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
-  }
-  void resetLocal() {
-    SharedCount* counter = getCounter();
-    if (counter != nullptr && counter->dropPointerAboveZero())
-      setCounterNoLock(nullptr);
-    else
-      SharedCountPtr::resetNoLock(nullptr);
-    m_object.store(nullptr, std::memory_order_relaxed);
-  }
-  void swapLocal(GuardedPtr& other) {
-    swapNoLock(other);
-    other.m_object.store(m_object.exchange(other.get(), std::memory_order_relaxed), std::memory_order_relaxed);
-  }
-
   // Exchanges what two pointers refer to, without touching the records' counts.
   void swap(GuardedPtr& other) {
     if (&other == this) return;
@@ -193,6 +152,8 @@ class GuardedPtr : public SharedCountPtr {
   explicit operator bool() const { return get() != nullptr; }
 
  private:
+  friend struct internal::LocalPtr;
+
   std::atomic<T*> m_object;
 };
 

@@ -301,7 +301,7 @@ short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<Argument
   return emitWith(
       name,
       [&](CallStackFrame& frame) {
-        frame.publisher.assignLocal(self);
+        internal::LocalPtr::assign(frame.publisher, self);
         if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
         frame.args = std::move(args);
         frame.delay = delay;
@@ -313,7 +313,7 @@ short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
   return emitWith(
       frame.signal,
       [&](CallStackFrame& top) {
-        top.publisher.assignLocal(frame.publisher);
+        internal::LocalPtr::assign(top.publisher, frame.publisher);
         top.signal = frame.signal;
         top.args = frame.args;
         top.delay = frame.delay;

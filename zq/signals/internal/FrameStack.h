@@ -3,6 +3,7 @@
 #pragma once
 
 #include <zq/signals/Connection.h>
+#include <zq/signals/internal/LocalPtr.h>
 
 #include <iterator>
 #include <list>
@@ -34,7 +35,7 @@ struct ThreadFrames {
   // storage for the next frame.
   void pop(std::list<CallStackFrame>& stack) {
     CallStackFrame& frame = stack.back();
-    frame.publisher.resetLocal();
+    LocalPtr::reset(frame.publisher);
     frame.args.reset();
     frame.connection.reset();
     spare.splice(spare.begin(), stack, std::prev(stack.end()));
