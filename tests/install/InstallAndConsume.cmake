@@ -18,7 +18,7 @@ foreach(forbidden include/zq/platform)
 endforeach()
 
 # A client links what the public headers need, not what the library uses inside.
-set(private_libraries crypto boost_regex boost_iostreams boost_date_time boost_system)
+set(private_libraries crypto boost_thread boost_regex boost_iostreams boost_date_time boost_system)
 
 foreach(mode package pkgconfig)
   set(bin ${ZQ_CONSUMER_BINARY}/${mode})

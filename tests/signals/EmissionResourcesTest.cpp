@@ -1,6 +1,7 @@
 // What an emission holds and lets go of: frames reused from one emission to the next must
 // leave nothing behind, and memory made on one thread and freed on another must come back
 // whole.
+#include <zq/signals/internal/SharedCount.h>
 #include <zq/signals/internal/SignalMemory.h>
 
 #include "tests/signals/Station.h"

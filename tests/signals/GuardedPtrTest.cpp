@@ -1,9 +1,11 @@
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/LocalPtr.h>
+#include <zq/signals/internal/SharedCount.h>
 
 #include "tests/support/Wait.h"
 
 #include <gtest/gtest.h>
+#include <boost/thread/lock_types.hpp>
 
 #include <atomic>
 #include <thread>
@@ -92,10 +94,10 @@ TEST(GuardedPtrTest, GuardsAnswerOnceWhetherTheObjectLived) {
   {
     SharedCountPtrGuard guard(null);
     EXPECT_FALSE(guard.isProtected());
-    EXPECT_FALSE(SharedCountPtrGuard::s_emptyLock.try_lock()) << "a null guard holds the empty lock";
+    EXPECT_FALSE(zq::internal::emptyObjectLock().try_lock()) << "a null guard holds the empty lock";
   }
-  ASSERT_TRUE(SharedCountPtrGuard::s_emptyLock.try_lock());
-  SharedCountPtrGuard::s_emptyLock.unlock();
+  ASSERT_TRUE(zq::internal::emptyObjectLock().try_lock());
+  zq::internal::emptyObjectLock().unlock();
 
   int object = 0;
   GuardedPtr<int> ptr(&object);

@@ -1,4 +1,5 @@
 #include <zq/signals/RunLoop.h>
+#include <zq/signals/internal/SharedCount.h>
 
 #include "tests/signals/Station.h"
 #include "tests/support/ChildProcess.h"

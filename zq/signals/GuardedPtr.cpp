@@ -1,5 +1,7 @@
 #include <zq/signals/GuardedPtr.h>
 
+#include <zq/signals/internal/SharedCount.h>
+
 #include <zq/signals/internal/LocalPtr.h>
 #include <zq/signals/internal/Sanitizers.h>
 
@@ -107,20 +109,32 @@ void SharedCountPtr::markDestroyed() {
   if (counter != nullptr && !counter->isDestroyed()) counter->changeCount(-1, true);
 }
 
+SharedCount* SharedCountPtr::newRecord() { return new SharedCount(); }
+
 // ---- SharedCountPtrGuard ----------------------------------------------------------------
 
-boost::shared_mutex SharedCountPtrGuard::s_emptyLock;
-
 namespace {
+internal::ObjectLock s_emptyLock;
+
 // The record is read without the pointer's mutex: the source must keep its reference while
 // the guard is being built.
-boost::shared_mutex& objectLockOf(const SharedCountPtr& ptr) {
+internal::ObjectLock& objectLockOf(const SharedCountPtr& ptr) {
   SharedCount* counter = ptr.getCounter();
-  return counter != nullptr ? counter->objectLock() : SharedCountPtrGuard::s_emptyLock;
+  return counter != nullptr ? counter->objectLock() : s_emptyLock;
 }
 }  // namespace
 
-SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtr& ptr) : m_lock(objectLockOf(ptr)), m_ptr(ptr) {
+internal::ObjectLock& internal::emptyObjectLock() { return s_emptyLock; }
+
+SharedCountPtrGuard::SharedHold::SharedHold(const SharedCountPtr& ptr) : m_lock(&objectLockOf(ptr)) {
+  m_lock->lock_shared();
+}
+
+SharedCountPtrGuard::SharedHold::~SharedHold() {
+  if (m_lock != nullptr) m_lock->unlock_shared();
+}
+
+SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtr& ptr) : m_lock(ptr), m_ptr(ptr) {
   SharedCount* counter = m_ptr.getCounter();
   if (counter != nullptr && counter->isDestroyed()) m_ptr.reset(nullptr);
 }

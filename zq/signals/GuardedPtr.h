@@ -18,9 +18,6 @@
 
 #include <zq/Export.h>
 
-#include <boost/thread/lock_types.hpp>
-#include <boost/thread/shared_mutex.hpp>
-
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -29,38 +26,13 @@ namespace zq {
 
 namespace internal {
 struct LocalPtr;  // the library's own forms for pointers only the calling thread can reach
-}
+class ObjectLock;
+}  // namespace internal
 
-// The record behind guarded pointers: one owner count standing for the object, one count of
-// pointers, and whether the object was declared dead. Always on the heap; the pointer that
-// drops the last count deletes it. Thread-safe.
-class ZQ_API SharedCount {
- public:
-  SharedCount();
-  virtual ~SharedCount();
-
-  // Adds `delta` to the owner count (`owner`) or the pointer count, saturating at zero; a
-  // negative owner delta marks the object dead. True when both counts are now zero.
-  bool changeCount(int delta, bool owner);
-
-  bool isDestroyed() const { return m_destroyed.load(std::memory_order_relaxed); }
-  std::uint64_t ownerCount() const;
-  std::uint64_t pointerCount() const;
-  boost::shared_mutex& objectLock() { return m_objectLock; }
-
- private:
-  friend struct internal::LocalPtr;
-
-  SharedCount(const SharedCount&);
-  SharedCount& operator=(const SharedCount&);
-
-  mutable std::mutex m_mutex;  // covers the counts and the writing of m_destroyed
-  boost::shared_mutex m_objectLock;
-  std::uint64_t m_ownerCount;
-  // Changes that keep it above zero decide nothing and skip m_mutex; see changeCount.
-  std::atomic<std::uint64_t> m_pointerCount;
-  std::atomic<bool> m_destroyed;  // read without m_mutex by guards
-};
+// The record behind guarded pointers (internal/SharedCount.h): one owner count standing for
+// the object, one count of pointers, whether the object was declared dead, and the lock that
+// guards share. Internal to the library.
+class SharedCount;
 
 // One reference to a SharedCount, or null. Each pointer has its own mutex, so pointers are
 // heavy and belong on the stack or in long-lived records. Thread-safe; assignment locks both
@@ -87,6 +59,8 @@ class ZQ_API SharedCountPtr {
   std::mutex& getMutex() const { return m_mutex; }
 
  protected:
+  // A record for a live object, with no pointer yet.
+  static SharedCount* newRecord();
   // Refers to `counter` whose count the caller has already changed; the caller holds the mutex.
   void setCounterNoLock(SharedCount* counter) { m_counter.store(counter, std::memory_order_relaxed); }
   // Exchanges the records of two pointers, no count changing; the caller holds both mutexes.
@@ -115,7 +89,7 @@ class GuardedPtr : public SharedCountPtr {
   explicit GuardedPtr(T* object) : m_object(nullptr) {
     if (object == nullptr) return;
     std::lock_guard<std::mutex> lock(getMutex());
-    SharedCountPtr::resetNoLock(new SharedCount());
+    SharedCountPtr::resetNoLock(newRecord());
     m_object.store(object, std::memory_order_relaxed);
   }
   // Like default construction and assignment, without locking a mutex nobody else can see yet.
@@ -167,15 +141,25 @@ class ZQ_API SharedCountPtrGuard {
 
   bool isProtected() const { return m_ptr.getCounter() != nullptr; }
 
-  // What guards of a null pointer lock.
-  static boost::shared_mutex s_emptyLock;
-
  protected:
   SharedCountPtrGuard(const SharedCountPtrGuard&);  // an unbound, unprotected guard
   SharedCountPtrGuard& operator=(const SharedCountPtrGuard&) { return *this; }
 
  private:
-  boost::shared_lock<boost::shared_mutex> m_lock;
+  // The shared side of a record's lock, or of the one lock guards of a null pointer take.
+  class ZQ_API SharedHold {
+   public:
+    SharedHold() : m_lock(nullptr) {}
+    explicit SharedHold(const SharedCountPtr& ptr);
+    ~SharedHold();
+    SharedHold(const SharedHold&) = delete;
+    SharedHold& operator=(const SharedHold&) = delete;
+
+   private:
+    internal::ObjectLock* m_lock;
+  };
+
+  SharedHold m_lock;  // let go of after m_ptr
   SharedCountPtr m_ptr;
 };
 

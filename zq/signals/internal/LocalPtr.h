@@ -5,6 +5,7 @@
 #pragma once
 
 #include <zq/signals/GuardedPtr.h>
+#include <zq/signals/internal/SharedCount.h>
 
 #include <atomic>
 #include <cstdint>
