@@ -12,11 +12,8 @@ namespace zq {
 namespace internal {
 namespace {
 
-// Blocks of one size, enough for a handler with its frame or a few arguments; larger requests
-// go to operator new.
-constexpr std::size_t kBlockSize = 256;
-constexpr std::size_t kBatch = ThreadBlocks::kKept / 2;  // blocks traded with the store at once
-constexpr std::size_t kSharedKept = 64 * kBatch;         // in the store
+constexpr std::size_t kBatch = ThreadBlocks::kKept / 2;  // blocks traded with a store at once
+constexpr std::size_t kSharedKept = 64 * kBatch;         // in each store
 
 // Held for one trade of a batch, as a rule by an emitting thread and a run loop's thread in
 // turn: a sleeping mutex would put one of them to sleep for a few instructions of the other.
@@ -40,16 +37,18 @@ struct SharedBlocks {
   std::vector<void*> blocks;
 };
 
-SharedBlocks& sharedBlocks() {
+// The store of blocks of `size` bytes, one of the two sizes kept.
+SharedBlocks& sharedBlocks(std::size_t size) {
   // Never destroyed: run loop threads still free blocks while the process's exit hooks run.
-  static SharedBlocks* const s_shared = new SharedBlocks();
-  return *s_shared;
+  static SharedBlocks* const s_small = new SharedBlocks();
+  static SharedBlocks* const s_large = new SharedBlocks();
+  return size == SignalThread::kSmallBlock ? *s_small : *s_large;
 }
 
 }  // namespace
 
 void ThreadBlocks::take(std::size_t n) {
-  SharedBlocks& shared = sharedBlocks();
+  SharedBlocks& shared = sharedBlocks(blockSize);
   std::lock_guard<SpinLock> lock(shared.lock);
   while (n-- != 0 && !shared.blocks.empty()) {
     blocks[count++] = shared.blocks.back();
@@ -59,30 +58,30 @@ void ThreadBlocks::take(std::size_t n) {
 
 void ThreadBlocks::giveBack(std::size_t n) {
   {
-    SharedBlocks& shared = sharedBlocks();
+    SharedBlocks& shared = sharedBlocks(blockSize);
     std::lock_guard<SpinLock> lock(shared.lock);
     for (; n != 0 && shared.blocks.size() < kSharedKept; --n) shared.blocks.push_back(blocks[--count]);
   }
   for (; n != 0; --n) {
     void* block = blocks[--count];
-    unparkMemory(block, kBlockSize);
+    unparkMemory(block, blockSize);
     ::operator delete(block);
   }
 }
 
 void* allocateSignalMemory(std::size_t size) {
-  if (size > kBlockSize) return ::operator new(size);
-  ThreadBlocks& mine = signalThread().blocks;
-  if (mine.count == 0) mine.take(kBatch);
-  if (mine.count == 0) return ::operator new(kBlockSize);
-  void* block = mine.blocks[--mine.count];
+  ThreadBlocks* mine = signalThread().blocksFor(size);
+  if (mine == nullptr) return ::operator new(size);
+  if (mine->count == 0) mine->take(kBatch);
+  if (mine->count == 0) return ::operator new(mine->blockSize);
+  void* block = mine->blocks[--mine->count];
   unparkMemory(block, size);
   return block;
 }
 
 void freeSignalMemory(void* block, std::size_t size) noexcept {
   if (block == nullptr) return;
-  if (size > kBlockSize) return ::operator delete(block);
+  if (size > SignalThread::kLargeBlock) return ::operator delete(block);
   SignalThread* thread = t_signalThread;
   if (thread == nullptr) {
     try {
@@ -91,9 +90,9 @@ void freeSignalMemory(void* block, std::size_t size) noexcept {
       return ::operator delete(block);
     }
   }
-  ThreadBlocks& mine = thread->blocks;
+  ThreadBlocks& mine = *thread->blocksFor(size);
   if (mine.count == ThreadBlocks::kKept) mine.giveBack(kBatch);
-  parkMemory(block, kBlockSize);
+  parkMemory(block, mine.blockSize);
   mine.blocks[mine.count++] = block;
 }
 

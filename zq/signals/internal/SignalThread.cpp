@@ -34,6 +34,9 @@ SignalThread& newSignalThread() {
   return *thread;
 }
 
+// A space and its shared_ptr record come out of one kept block.
+static_assert(sizeof(ArgumentSpace) + 32 <= SignalThread::kLargeBlock, "an argument space outgrew its block");
+
 ArgumentSpace::ArgumentSpace() {}
 
 ArgumentSpace::~ArgumentSpace() {

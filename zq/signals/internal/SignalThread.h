@@ -23,12 +23,12 @@
 namespace zq {
 namespace internal {
 
-// The signal memory blocks a thread keeps (SignalMemory.cpp); they go to the shared store
-// with the record.
+// The signal memory blocks of one size that a thread keeps (SignalMemory.cpp); they go to
+// the shared store of that size with the record.
 struct ThreadBlocks {
   static constexpr std::size_t kKept = 32;
 
-  ThreadBlocks() = default;
+  explicit ThreadBlocks(std::size_t size) : blockSize(size) {}
   ThreadBlocks(const ThreadBlocks&) = delete;
   ThreadBlocks& operator=(const ThreadBlocks&) = delete;
   ~ThreadBlocks() { giveBack(count); }
@@ -38,13 +38,22 @@ struct ThreadBlocks {
   // Moves the last `n` blocks of this thread to the store, or to operator delete when it is full.
   void giveBack(std::size_t n);
 
+  const std::size_t blockSize;
   void* blocks[kKept] = {};
   std::size_t count = 0;
 };
 
 struct SignalThread {
+  // Handlers and a few arguments; an argument space, or many arguments.
+  static constexpr std::size_t kSmallBlock = 256, kLargeBlock = 768;
+
+  // The kept blocks for `size` bytes, or null when no kept size is large enough.
+  ThreadBlocks* blocksFor(std::size_t size) {
+    return size <= kSmallBlock ? &small : size <= kLargeBlock ? &large : nullptr;
+  }
+
   // Members end in reverse order: the frames first, as what they let go of may free blocks.
-  ThreadBlocks blocks;
+  ThreadBlocks small{kSmallBlock}, large{kLargeBlock};
   std::shared_ptr<ArgumentVector> spareArguments;  // see spareArgumentSpace()
   ThreadFrames frames;
 };
