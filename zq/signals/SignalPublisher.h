@@ -96,8 +96,9 @@ class ZQ_API SignalPublisher {
   // A signal to be emitted again and again on a run loop's timer. The record in the
   // publisher's list owns it and its timer.
   struct Repeater : CallStackFrame {
-    std::unique_ptr<internal::RepeaterTimer, internal::EndRepeaterTimer> timer;  // cancelled as it goes
-    boost::posix_time::ptime nextTime;                                           // universal time
+    // Cancelled as it goes.
+    std::unique_ptr<internal::RepeaterTimer, internal::EndRepeaterTimer> timer;
+    boost::posix_time::ptime nextTime;  // universal time
     boost::posix_time::time_duration interval;
     int remaining = 0;                 // emissions left
     boost::posix_time::ptime endTime;  // universal time
