@@ -59,7 +59,7 @@ class ZQ_API Log {
   // The slot of `level`, or of level 0 when `level` is out of range; may be null. No lock.
   std::wostream* getStream(ELevel level) const {
     const auto index = static_cast<std::size_t>(static_cast<unsigned>(level));
-    return m_streams[index < kSlots ? index : 0].load(std::memory_order_relaxed);
+    return m_streams[index < kSlots ? index : 0].load(std::memory_order_acquire);
   }
   // Replaces the slot's stream (deleting the old one if this log owned it); `owned` makes the
   // log delete `stream` when it is replaced or closed. Out-of-range levels do nothing. No lock.
@@ -104,7 +104,8 @@ class ZQ_API Log {
   static constexpr std::size_t kSlots = 5;
 
   std::mutex m_mutex;
-  // Read without the mutex by statements deciding whether to write, and again under it.
+  // Read without the mutex by statements deciding whether to write, and again under it; a
+  // stream set on one thread is seen whole by a statement on another.
   std::array<std::atomic<std::wostream*>, kSlots> m_streams;
   std::array<bool, kSlots> m_owned;
   std::wostream* m_logFile;
