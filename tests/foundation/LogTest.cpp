@@ -1,13 +1,16 @@
 #include <zq/foundation/Log.h>
 
 #include "tests/support/LogCapture.h"
+#include "tests/support/Wait.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <set>
 #include <thread>
@@ -219,6 +222,50 @@ TEST_F(LogTest, ConcurrentStatementsWriteWholeLines) {
     bodies.insert(line.substr(33));
   }
   EXPECT_EQ(static_cast<std::size_t>(kThreads * kLines), bodies.size());
+}
+
+// Counts what reaches it, and what reaches it after it was taken out of the log.
+struct WatchedSink : std::wstreambuf {
+  int_type overflow(int_type c) override {
+    note();
+    return c;
+  }
+  std::streamsize xsputn(const wchar_t*, std::streamsize n) override {
+    note();
+    return n;
+  }
+  void note() {
+    if (closed) ++late;
+    ++written;
+  }
+  std::atomic<bool> closed{false};
+  std::atomic<int> written{0}, late{0};
+};
+
+// Other threads log while the application closes the log: a statement that found a stream
+// before the close must not write to it afterwards, when it may already be deleted.
+TEST_F(LogTest, ClosingWhileOtherThreadsLogLeavesTheClosedStreamAlone) {
+  std::atomic<bool> stop(false);
+  std::vector<std::thread> loggers;
+  for (int t = 0; t < 3; ++t)
+    loggers.emplace_back([&] {
+      while (!stop) ZQ_LOG_ON(m_log, Log::Message, "zq::LogTest", "busy");
+    });
+  std::vector<std::unique_ptr<WatchedSink>> sinks;  // kept until the loggers end
+  std::vector<std::unique_ptr<std::wostream>> streams;
+  for (int i = 0; i < 200; ++i) {
+    sinks.push_back(std::make_unique<WatchedSink>());
+    streams.push_back(std::make_unique<std::wostream>(sinks.back().get()));
+    m_log.setStream(Log::Message, streams.back().get(), false);
+    ASSERT_TRUE(test::waitFor([&] { return sinks.back()->written > 0; }));
+    m_log.closeLogFile();
+    sinks.back()->closed = true;
+  }
+  stop = true;
+  for (std::thread& logger : loggers) logger.join();
+  int late = 0;
+  for (const auto& sink : sinks) late += sink->late;
+  EXPECT_EQ(0, late) << "lines written to a stream after closeLogFile returned";
 }
 
 TEST(LogDebuggerTest, EachFlushIsOneMessageAndNothingIsLostAtDestruction) {

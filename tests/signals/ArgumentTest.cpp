@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -60,6 +63,29 @@ TEST(ArgumentTest, StringsShortenOnlyAbovePrecision32AndEveryWidthBecomesUtf8) {
   array.set(2, zq::basic_stringref<unsigned short>(ascii, 1));
   EXPECT_EQ("std::string[] ['x','\xC3\xA9','h']", printed(array));
   EXPECT_EQ("std::string[] []", printed(StringArrayArgument(0)));
+}
+
+// A copy owns and reads its own value, whatever becomes of its source. A vector cannot be
+// copied: its arguments have one owner.
+TEST(ArgumentTest, CopiesStandOnTheirOwn) {
+  static_assert(
+      !std::is_copy_constructible<zq::ArgumentVector>::value && !std::is_copy_assignable<zq::ArgumentVector>::value,
+      "a copied vector would own its arguments twice");
+  auto text = std::make_unique<StringArgument>("first");
+  StringArgument copied(*text), assigned("x");
+  assigned = *text;
+  auto array = std::make_unique<StringArrayArgument>(std::vector<std::string>{"a", "b"});
+  StringArrayArgument arrayCopied(*array), arrayAssigned(1);
+  arrayAssigned = *array;
+  arrayAssigned = arrayAssigned;
+  text.reset();
+  array.reset();
+
+  EXPECT_EQ("first", *zq::argument_cast<std::string>(&copied));
+  EXPECT_EQ("first", *zq::argument_cast<std::string>(&assigned));
+  arrayCopied.set(0, "z");
+  EXPECT_EQ("std::string[] ['z','b'] std::string[] ['a','b']", printed(arrayCopied) + " " + printed(arrayAssigned));
+  EXPECT_EQ(2u, arrayAssigned.m_count);
 }
 
 TEST(ArgumentTest, MatchingAndSafeReading) {

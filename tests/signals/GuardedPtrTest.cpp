@@ -1,8 +1,11 @@
 #include <zq/signals/GuardedPtr.h>
+#include <zq/signals/internal/LocalPtr.h>
+#include <zq/signals/internal/SharedCount.h>
 
 #include "tests/support/Wait.h"
 
 #include <gtest/gtest.h>
+#include <boost/thread/lock_types.hpp>
 
 #include <atomic>
 #include <thread>
@@ -13,6 +16,7 @@ using zq::GuardedPtr;
 using zq::SharedCount;
 using zq::SharedCountPtr;
 using zq::SharedCountPtrGuard;
+using zq::internal::LocalPtr;
 
 TEST(GuardedPtrTest, CountsSaturateAndMarkDeathOnce) {
   SharedCount* record = new SharedCount();
@@ -47,22 +51,42 @@ TEST(GuardedPtrTest, CopiesAssignmentsResetsAndLocalFormsCountTheRecord) {
   EXPECT_TRUE(fromNull < fromPointer);
 
   GuardedPtr<int> local;
-  local.assignLocal(a);
-  local.assignLocal(b);  // holding a record already: the old one is let go
+  LocalPtr::assign(local, a);
+  LocalPtr::assign(local, b);  // holding a record already: the old one is let go
   EXPECT_EQ(2u, record->pointerCount());
   EXPECT_EQ(2u, recordB->pointerCount());
   EXPECT_EQ(&second, local.get());
-  local.swapLocal(a);
+  LocalPtr::swap(local, a);
   EXPECT_EQ(&object, local.get());
   EXPECT_EQ(&second, a.get());
   EXPECT_EQ(2u, record->pointerCount()) << "a swap moves references without counting";
-  a.resetLocal();
+  LocalPtr::reset(a);
   EXPECT_EQ(nullptr, a.get());
   EXPECT_EQ(1u, recordB->pointerCount());
   // The last pointer of a dead object frees the record (the sanitizer sees a leak otherwise).
   b.markDestroyed();
-  b.resetLocal();
+  LocalPtr::reset(b);
   local.markDestroyed();
+}
+
+TEST(GuardedPtrTest, PointersAssignedToEachOtherCrosswiseDoNotDeadlock) {
+  static int first = 1, second = 2;
+  // Left to leak if the threads lock up, as they then keep using them.
+  auto* a = new GuardedPtr<int>(&first);
+  auto* b = new GuardedPtr<int>(&second);
+  auto* c = new SharedCountPtr(*a);
+  auto* d = new SharedCountPtr(*b);
+  a->markDestroyed(), b->markDestroyed();  // so that the last pointer of each frees it
+  ASSERT_TRUE(zq::test::bothReturn(
+      [=] {
+        for (int i = 0; i < 20000; ++i) *a = *b, *c = *d;
+      },
+      [=] {
+        for (int i = 0; i < 20000; ++i) *b = *a, *d = *c;
+      }))
+      << "two threads assigning crosswise locked each other up";
+  EXPECT_TRUE(*a == *b && *c == *d);
+  delete a, delete b, delete c, delete d;
 }
 
 TEST(GuardedPtrTest, GuardsAnswerOnceWhetherTheObjectLived) {
@@ -70,10 +94,10 @@ TEST(GuardedPtrTest, GuardsAnswerOnceWhetherTheObjectLived) {
   {
     SharedCountPtrGuard guard(null);
     EXPECT_FALSE(guard.isProtected());
-    EXPECT_FALSE(SharedCountPtrGuard::s_emptyLock.try_lock()) << "a null guard holds the empty lock";
+    EXPECT_FALSE(zq::internal::emptyObjectLock().try_lock()) << "a null guard holds the empty lock";
   }
-  ASSERT_TRUE(SharedCountPtrGuard::s_emptyLock.try_lock());
-  SharedCountPtrGuard::s_emptyLock.unlock();
+  ASSERT_TRUE(zq::internal::emptyObjectLock().try_lock());
+  zq::internal::emptyObjectLock().unlock();
 
   int object = 0;
   GuardedPtr<int> ptr(&object);

@@ -1,10 +1,12 @@
 #include <zq/signals/RunLoop.h>
+#include <zq/signals/internal/SharedCount.h>
 
 #include "tests/signals/Station.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Wait.h"
 
 #include <gtest/gtest.h>
+#include <boost/asio/deadline_timer.hpp>
 
 #include <atomic>
 #include <chrono>

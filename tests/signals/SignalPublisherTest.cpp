@@ -1,5 +1,6 @@
 #include "tests/signals/Station.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Wait.h"
 
 #include <gtest/gtest.h>
 
@@ -155,7 +156,22 @@ TEST_F(PublisherTest, MoveConnectionsKeepsTheTargetsEntries) {
   EXPECT_EQ(zq::Direct, mine->type()) << "moving does not disconnect";
 
   target.moveConnectionsTo(target);
-  EXPECT_EQ(0u, target.countConnected("", nullptr, "")) << "moving onto itself clears the table";
+  EXPECT_EQ(2u, target.countConnected("", nullptr, "")) << "moving onto itself does nothing";
+
+  // Left to leak if the threads lock up, as they then keep using them.
+  auto* left = new Station();
+  auto* right = new Station();
+  left->connect("tick", std::make_shared<Probe>(&r1, "left"), 1);
+  ASSERT_TRUE(zq::test::bothReturn(
+      [=] {
+        for (int i = 0; i < 20000; ++i) left->moveConnectionsTo(*right);
+      },
+      [=] {
+        for (int i = 0; i < 20000; ++i) right->moveConnectionsTo(*left);
+      }))
+      << "two publishers moving their connections crosswise locked each other up";
+  EXPECT_EQ(1u, left->countConnected("", nullptr, "") + right->countConnected("", nullptr, ""));
+  delete left, delete right;
 }
 
 TEST_F(PublisherTest, AnEmissionCountsDirectCallsSeesDisconnectsAtOnceAndNewConnectionsNextTime) {
@@ -286,6 +302,27 @@ TEST(SignalPublisherLifeTest, ResetPtrKeepsEarlierGuardsAndDestroyedReachesADire
   }
   station.reset();
   EXPECT_EQ(address, watcher.seen);
+}
+
+TEST(SignalPublisherLifeTest, ASlotThatThrowsAtTheEndIsLoggedAndTheEndGoesOn) {
+  zq::test::LogCapture log;
+  int receiver = 0;
+  auto after = std::make_shared<Probe>(&receiver, "after");
+  {
+    Station station;
+    station.connect("destroyed", [](SignalPublisher*) { throw std::runtime_error("slot failed"); });
+    station.connect("destroyed", after, 1);
+    station.connect("tick", std::make_shared<Probe>(&receiver, "tick"), 1);
+    station.repeatSignal("tick", nullptr, boost::posix_time::hours(1), 2);
+  }
+  EXPECT_EQ(0, after->calls) << "the rest are not served";
+  EXPECT_EQ(zq::Disconnected, after->type()) << "the end disconnects all the same";
+  EXPECT_TRUE(SignalPublisher::callStack().empty()) << "no frame names the ended publisher";
+  const Texts lines = log.linesWith("CRITICAL");
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_NE(std::string::npos, lines[0].find("[zq::SignalPublisher::~SignalPublisher] a slot of \"destroyed\" threw: "
+                                             "slot failed"))
+      << lines[0];
 }
 
 TEST(SignalPublisherLifeTest, ASlotMayDestroyItsPublisherDuringTheEmission) {

@@ -45,9 +45,13 @@ TEST_F(CallTest, AppendPlacesBehindTheLastCallOrWithinTheLimitAndTheSameTimeIsRe
   owner.appendAsyncCall([] {}, 10ms, 2h);
   EXPECT_EQ(first + 20ms, queuedTimes().back()) << "a limit not reached changes nothing";
 
-  owner.asyncCall([] {}, first);
-  owner.appendAsyncCall([] {}, 0ns, kNoLimit);  // zero spacing: the last call's time again
+  auto captured = std::make_shared<int>(0);
+  const std::weak_ptr<int> watch = captured;
+  owner.asyncCall([captured] {}, first);
+  owner.appendAsyncCall([captured] {}, 0ns, kNoLimit);  // zero spacing: the last call's time again
+  captured.reset();
   EXPECT_EQ(4u, queueSize()) << "a second call with the same time is refused";
+  EXPECT_TRUE(watch.expired()) << "a refused call is freed at once";
 }
 
 TEST_F(CallTest, CancelKeepsTheOwnerOpenUnlessClosedForGood) {

@@ -112,6 +112,29 @@ TEST(Base64Test, RefusesWhatItCannotDoWithoutWriting) {
                     Base64::decode(nullptr, 4, buf, 8) + Base64::decode("TWFu", 4, nullptr, 8));
 }
 
+// Text with surplus "=" decodes to more bytes than calcDencodedLength promises: the buffer
+// form keeps to outSize all the same, and counts only what fitted.
+TEST(Base64Test, DecodeNeverWritesPastOutSize) {
+  const std::string text = "QUFB========";  // "AAA", though the bound says 1
+  const std::size_t bound = Base64::calcDencodedLength(text.data(), text.size());
+  ASSERT_EQ(1u, bound);
+  for (std::size_t room : {bound, std::size_t(2), std::size_t(3), std::size_t(8)}) {
+    std::vector<unsigned char> out(room + 1, '#');  // the last byte is the canary
+    const std::size_t n = Base64::decode(text.data(), text.size(), out.data(), room);
+    EXPECT_EQ(std::min<std::size_t>(room, 3), n) << room;
+    EXPECT_EQ('#', out[room]) << "wrote past outSize " << room;
+    EXPECT_EQ(std::string("AAA").substr(0, n), std::string(out.begin(), out.begin() + static_cast<long>(n)));
+  }
+  // Cut inside a run of whole groups and inside the slow path alike.
+  const std::string data = bytes(100, 3), clean = Base64::encode(data, kNoBreak), noisy = " " + clean;
+  for (const std::string& t : {clean, noisy}) {
+    std::vector<unsigned char> out(41, '#');
+    EXPECT_EQ(40u, Base64::decode(t.data(), t.size(), out.data(), 40));
+    EXPECT_EQ('#', out[40]);
+    EXPECT_EQ(data.substr(0, 40), std::string(out.begin(), out.begin() + 40));
+  }
+}
+
 TEST(Base64Test, DecodePassesOverForeignCharacters) {
   const std::string data = bytes(300, 7);
   const std::string clean = Base64::encode(data, kNoBreak);

@@ -6,20 +6,21 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <iterator>
 #include <fstream>
+#include <iterator>
 #include <new>
 
 namespace zq {
 
-const SEnumTexts Log::s_logLevels[5] = {
-    {"DEBUG   ", "Debug"}, {"LOG     ", "Log"}, {"WARNING ", "Warning"}, {"CRITICAL", "Critical"}, {"!FATAL! ", "Fatal"}};
+const SEnumTexts Log::s_logLevels[5] = {{"DEBUG   ", "Debug"},
+                                        {"LOG     ", "Log"},
+                                        {"WARNING ", "Warning"},
+                                        {"CRITICAL", "Critical"},
+                                        {"!FATAL! ", "Fatal"}};
 
 const SEnumTexts Log::s_modules[2] = {{"GNRL", "General"}, {"HTTP", "HTTP"}};
 
 namespace {
-
-constexpr std::size_t kLevels = 5;
 
 // The instance is built in place and never destroyed: the call thread and the run loop are
 // detached and may still log while the process runs its exit hooks.
@@ -29,19 +30,19 @@ alignas(Log) unsigned char g_instanceStorage[sizeof(Log)];
 
 Log& Log::s_instance = *new (g_instanceStorage) Log();
 
-Log::Log() : m_streams(kLevels, nullptr), m_owned(kLevels, false), m_logFile(nullptr), m_level(Debug) {}
+Log::Log() : m_streams{}, m_owned{}, m_logFile(nullptr), m_level(Debug) {}
 
 Log::~Log() = default;
 
 void Log::replaceSlot(std::size_t index, std::wostream* stream, bool owned) {
-  if (m_owned[index] && m_streams[index]) delete m_streams[index];
-  m_streams[index] = stream;
+  std::wostream* const old = m_streams[index].exchange(stream, std::memory_order_acq_rel);
+  if (m_owned[index] && old) delete old;
   m_owned[index] = owned;
 }
 
 void Log::setStream(ELevel level, std::wostream* stream, bool owned) {
   const auto index = static_cast<std::size_t>(static_cast<unsigned>(level));
-  if (index >= m_streams.size()) return;
+  if (index >= kSlots) return;
   replaceSlot(index, stream, owned);
 }
 
@@ -58,14 +59,14 @@ void Log::setLogFile(const std::wstring& path, bool truncate) {
   delete m_logFile;
   m_logFile = openFile(path, truncate);
   // The shared file is owned through m_logFile alone, never through the slots' marks.
-  for (std::size_t i = 0; i < kLevels; ++i) replaceSlot(i, m_logFile, false);
+  for (std::size_t i = 0; i < kSlots; ++i) replaceSlot(i, m_logFile, false);
 }
 
 void Log::setLogFile(ELevel level, const std::wstring& path, bool truncate) {
   std::lock_guard<std::mutex> lock(m_mutex);
   std::wostream* file = openFile(path, truncate);
   const auto index = static_cast<std::size_t>(static_cast<unsigned>(level));
-  if (index < m_streams.size()) {
+  if (index < kSlots) {
     replaceSlot(index, file, true);
   } else {
     delete file;
@@ -74,16 +75,16 @@ void Log::setLogFile(ELevel level, const std::wstring& path, bool truncate) {
 
 void Log::closeLogFile() {
   std::lock_guard<std::mutex> lock(m_mutex);
-  for (std::size_t i = 0; i < m_streams.size(); ++i) replaceSlot(i, nullptr, false);
+  for (std::size_t i = 0; i < kSlots; ++i) replaceSlot(i, nullptr, false);
   delete m_logFile;
   m_logFile = nullptr;
 }
 
 const std::wstring& Log::pre(ELevel level, std::wstring& o_prefix) {
   static const wchar_t* const kFormat = L"%Y.%m.%d %H:%M:%S";
-  static const std::wstring kTags[kLevels] = {wconvert(s_logLevels[0].tag), wconvert(s_logLevels[1].tag),
-                                              wconvert(s_logLevels[2].tag), wconvert(s_logLevels[3].tag),
-                                              wconvert(s_logLevels[4].tag)};
+  static const std::wstring kTags[kSlots] = {wconvert(s_logLevels[0].tag), wconvert(s_logLevels[1].tag),
+                                             wconvert(s_logLevels[2].tag), wconvert(s_logLevels[3].tag),
+                                             wconvert(s_logLevels[4].tag)};
 
   // Seconds and milliseconds come from one reading of the clock.
   const long long ticks = platform::wallTicks();
@@ -104,7 +105,7 @@ const std::wstring& Log::pre(ELevel level, std::wstring& o_prefix) {
   o_prefix += std::to_wstring(ms);
   o_prefix += L' ';
   const auto index = static_cast<std::size_t>(static_cast<unsigned>(level));
-  o_prefix += kTags[index < kLevels ? index : 0];
+  o_prefix += kTags[index < kSlots ? index : 0];
   o_prefix += L' ';
   return o_prefix;
 }
@@ -144,7 +145,7 @@ void Log::setStdOut(const std::wstring& path, bool append, bool buffered) {
 
 namespace internal {
 
-LogLine::LogLine(Log& log, std::wostream& stream, Log::ELevel level, const char* function) : m_stream(stream) {
+LogLine::LogLine(Log& log, Log::ELevel level, const char* function) : m_stream(nullptr) {
   // Everything but the write happens before the lock, so the mutex is held briefly.
   std::wstring prefix;
   prefix.reserve(96);
@@ -153,13 +154,18 @@ LogLine::LogLine(Log& log, std::wostream& stream, Log::ELevel level, const char*
   prefix += tconvert(function);
   prefix += L"] ";
   m_lock = std::unique_lock<std::mutex>(log.mutex());
-  m_flags = m_stream.flags();
-  m_stream << prefix;
+  // Taken again under the mutex: setLogFile or closeLogFile may have deleted the stream the
+  // statement saw.
+  m_stream = log.getStream(level);
+  if (m_stream == nullptr) return;
+  m_flags = m_stream->flags();
+  *m_stream << prefix;
 }
 
 LogLine::~LogLine() {
-  m_stream << std::endl;
-  m_stream.flags(m_flags);
+  if (m_stream == nullptr) return;
+  *m_stream << std::endl;
+  m_stream->flags(m_flags);
 }
 
 }  // namespace internal

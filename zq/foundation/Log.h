@@ -3,21 +3,22 @@
 // The library never opens a log by itself; until the application sets a stream or a file,
 // every statement is silent. A statement writes and flushes one line on the calling thread:
 //   2016.03.09 14:05:07.042 WARNING [zq::Class::function] body
-// Log statements may come from any thread. Setting slots, files and the threshold is meant
-// for moments when no other thread logs: a statement that already fetched its stream may
-// be overtaken by setLogFile or closeLogFile, which delete that stream.
+// Log statements may come from any thread, also while setLogFile or closeLogFile runs: a
+// statement takes its stream again under the log's mutex, so it never writes to a stream
+// those have deleted. setStream takes no lock: replacing an owned stream is for moments when
+// no other thread logs.
 #pragma once
 
 #include <zq/Export.h>
 #include <zq/foundation/Text.h>
 
+#include <array>
 #include <atomic>
 #include <ios>
 #include <mutex>
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <vector>
 
 namespace zq {
 
@@ -57,9 +58,8 @@ class ZQ_API Log {
 
   // The slot of `level`, or of level 0 when `level` is out of range; may be null. No lock.
   std::wostream* getStream(ELevel level) const {
-    if (m_streams.empty()) return nullptr;
     const auto index = static_cast<std::size_t>(static_cast<unsigned>(level));
-    return m_streams[index < m_streams.size() ? index : 0];
+    return m_streams[index < kSlots ? index : 0].load(std::memory_order_acquire);
   }
   // Replaces the slot's stream (deleting the old one if this log owned it); `owned` makes the
   // log delete `stream` when it is replaced or closed. Out-of-range levels do nothing. No lock.
@@ -101,9 +101,13 @@ class ZQ_API Log {
   std::wostream* openFile(const std::wstring& path, bool truncate);
   void replaceSlot(std::size_t index, std::wostream* stream, bool owned);
 
+  static constexpr std::size_t kSlots = 5;
+
   std::mutex m_mutex;
-  std::vector<std::wostream*> m_streams;
-  std::vector<bool> m_owned;
+  // Read without the mutex by statements deciding whether to write, and again under it; a
+  // stream set on one thread is seen whole by a statement on another.
+  std::array<std::atomic<std::wostream*>, kSlots> m_streams;
+  std::array<bool, kSlots> m_owned;
   std::wostream* m_logFile;
   std::atomic<ELevel> m_level;
 
@@ -136,24 +140,25 @@ class basic_dostream : public std::basic_ostream<C> {
 namespace internal {
 
 // One log line under construction: the constructor builds the prefix, takes the log's
-// mutex and writes the prefix; the destructor ends the line, flushes, restores the stream's
-// flags and unlocks. Used through ZQ_LOG only.
+// mutex, takes the level's stream and writes the prefix; the destructor ends the line,
+// flushes, restores the stream's flags and unlocks. A slot emptied meanwhile drops the line.
+// Used through ZQ_LOG only.
 class ZQ_API LogLine {
  public:
-  LogLine(Log& log, std::wostream& stream, Log::ELevel level, const char* function);
+  LogLine(Log& log, Log::ELevel level, const char* function);
   ~LogLine();
 
   template <class T>
   LogLine& operator<<(const T& item) {
-    m_stream << item;  // zq's mixed-width operators are visible here, so narrow strings widen
+    if (m_stream) *m_stream << item;  // zq's mixed-width operators are visible here: narrow strings widen
     return *this;
   }
   LogLine& operator<<(std::wostream& (*manipulator)(std::wostream&)) {
-    manipulator(m_stream);
+    if (m_stream) manipulator(*m_stream);
     return *this;
   }
   LogLine& operator<<(std::ios_base& (*manipulator)(std::ios_base&)) {
-    manipulator(m_stream);
+    if (m_stream) manipulator(*m_stream);
     return *this;
   }
 
@@ -161,7 +166,7 @@ class ZQ_API LogLine {
   LogLine(const LogLine&);
   LogLine& operator=(const LogLine&);
 
-  std::wostream& m_stream;
+  std::wostream* m_stream;
   std::unique_lock<std::mutex> m_lock;
   std::ios_base::fmtflags m_flags;
 };
@@ -172,13 +177,12 @@ class ZQ_API LogLine {
 // ZQ_LOG(level, "zq::Class::function", a << b << ...): one line if the level's slot holds a
 // stream and the level is at or above the threshold. Otherwise the body is not evaluated.
 // The body must not log itself: the log's mutex is held while it is written.
-#define ZQ_LOG_ON(log, level, function, ...)                                                   \
-  do {                                                                                         \
-    ::zq::Log& zq_log_ = (log);                                                                \
-    const ::zq::Log::ELevel zq_level_ = static_cast<::zq::Log::ELevel>(level);                 \
-    if (::std::wostream* zq_stream_ = zq_log_.getStream(zq_level_))                            \
-      if (zq_log_.logLevel() <= zq_level_)                                                     \
-        ::zq::internal::LogLine(zq_log_, *zq_stream_, zq_level_, (function)) << __VA_ARGS__;   \
+#define ZQ_LOG_ON(log, level, function, ...)                                                                       \
+  do {                                                                                                             \
+    ::zq::Log& zq_log_ = (log);                                                                                    \
+    const ::zq::Log::ELevel zq_level_ = static_cast<::zq::Log::ELevel>(level);                                     \
+    if (zq_log_.getStream(zq_level_) != nullptr)                                                                   \
+      if (zq_log_.logLevel() <= zq_level_) ::zq::internal::LogLine(zq_log_, zq_level_, (function)) << __VA_ARGS__; \
   } while (false)
 
 #define ZQ_LOG(level, function, ...) ZQ_LOG_ON(::zq::Log::instance(), level, function, __VA_ARGS__)

@@ -1,6 +1,6 @@
 #include <zq/platform/DebugOutput.h>
 
-#include <zq/foundation/internal/Utf8.h>
+#include <zq/platform/Utf8.h>
 
 #include <atomic>
 #include <cwchar>
@@ -15,7 +15,7 @@ namespace {
 
 void writeToStdErr(const wchar_t* message) {
   // One write call per message, so concurrent messages don't interleave within a line.
-  const std::string bytes = internal::toUtf8(std::wstring(message));
+  const std::string bytes = toUtf8(std::wstring(message));
   std::size_t done = 0;
   while (done < bytes.size()) {
     const ssize_t n = ::write(STDERR_FILENO, bytes.data() + done, bytes.size() - done);

@@ -1,6 +1,6 @@
 #include <zq/platform/Files.h>
 
-#include <zq/foundation/internal/Utf8.h>
+#include <zq/platform/Utf8.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 namespace zq {
 namespace platform {
 
-std::string nativePath(const std::wstring& path) { return internal::toUtf8(path); }
+std::string nativePath(const std::wstring& path) { return toUtf8(path); }
 
 bool reopenStdStream(std::FILE* stream, const std::wstring& path, bool append, bool buffered) {
   // Open first and swap descriptors after: freopen closes the stream for good when the new

@@ -1,11 +1,13 @@
 #include <zq/signals/Argument.h>
 
-#include <zq/foundation/internal/Utf8.h>
 #include <zq/platform/Demangle.h>
+#include <zq/platform/Utf8.h>
 #include <zq/signals/SignalPublisher.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
+#include <memory>
+#include <utility>
 
 namespace zq {
 namespace {
@@ -18,7 +20,7 @@ void appendUnit(std::string& out, char32_t unit) {
     out += static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
     out += static_cast<char>(0x80 | (unit & 0x3F));
   } else {
-    internal::appendUtf8(out, unit);
+    platform::appendUtf8(out, unit);
   }
 }
 
@@ -76,10 +78,13 @@ StringArgument::StringArgument(const basic_stringref<wchar_t>& text)
   m_data = &m_value;
 }
 
-StringArgument::StringArgument(const StringArgument& other) : Argument(other), m_value(other.m_value) {}
+StringArgument::StringArgument(const StringArgument& other) : Argument(other), m_value(other.m_value) {
+  m_data = &m_value;
+}
 
 StringArgument& StringArgument::operator=(const StringArgument& other) {
-  Argument::operator=(other);
+  m_type = other.m_type;
+  m_count = other.m_count;
   m_value = other.m_value;
   return *this;
 }
@@ -96,10 +101,18 @@ StringArrayArgument::StringArrayArgument(const std::vector<std::string>& strings
   for (std::size_t i = 0; i < strings.size(); ++i) this->strings()[i] = strings[i];
 }
 
-StringArrayArgument::StringArrayArgument(const StringArrayArgument& other) : Argument(other) {}
+StringArrayArgument::StringArrayArgument(const StringArrayArgument& other)
+    : Argument(other.m_type, nullptr, other.m_count) {
+  std::unique_ptr<std::string[]> strings(new std::string[m_count]);
+  std::copy(other.strings(), other.strings() + m_count, strings.get());
+  m_data = strings.release();
+}
 
 StringArrayArgument& StringArrayArgument::operator=(const StringArrayArgument& other) {
-  Argument::operator=(other);
+  StringArrayArgument copy(other);  // the old array goes only once the new one stands
+  std::swap(m_type, copy.m_type);
+  std::swap(m_data, copy.m_data);
+  std::swap(m_count, copy.m_count);
   return *this;
 }
 
@@ -125,11 +138,6 @@ std::ostream& StringArrayArgument::print(std::ostream& os) const {
 }
 
 // ---- ArgumentVector ---------------------------------------------------------------------
-
-ArgumentVector& ArgumentVector::operator=(const ArgumentVector& other) {
-  if (&other != this) std::memcpy(m_args, other.m_args, sizeof m_args);
-  return *this;
-}
 
 std::ostream& operator<<(std::ostream& os, const Argument& a) {
   os << a.m_type.first << " ";

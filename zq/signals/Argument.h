@@ -15,12 +15,9 @@
 #pragma once
 
 #include <zq/Export.h>
-#include <zq/signals/internal/SignalMemory.h>
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
-#include <new>
 #include <ostream>
 #include <string>
 #include <type_traits>
@@ -85,8 +82,7 @@ struct GenericArgument : Argument {
   T m_value;
 };
 
-// Text as UTF-8. A copy's m_data still points at its source's value: read a copy through
-// m_value, or not after the source is gone.
+// Text as UTF-8. A copy holds and points at a value of its own.
 struct ZQ_API StringArgument : Argument {
   explicit StringArgument(const basic_stringref<char>& text);  // bytes as they stand
   // Each 16-bit unit is encoded alone: a surrogate pair gives two three-byte sequences.
@@ -102,8 +98,7 @@ struct ZQ_API StringArgument : Argument {
   std::string m_value;
 };
 
-// An array of UTF-8 strings, owned through m_data. A copy shares the array and both copies
-// delete it: never let two of them be destroyed.
+// An array of UTF-8 strings, owned through m_data. A copy has an array of its own.
 struct ZQ_API StringArrayArgument : Argument {
   explicit StringArrayArgument(std::size_t count);  // `count` empty strings
   explicit StringArrayArgument(const std::vector<std::string>& strings);
@@ -132,10 +127,9 @@ struct ZQ_API ArgumentVector {
   ~ArgumentVector() {  // deletes every non-null slot
     for (Argument* a : m_args) delete a;
   }
-  // Copies the eight pointers only: afterwards two vectors own the same arguments, and the
-  // caller must keep them apart. Share vectors through shared_ptr instead.
-  ArgumentVector& operator=(const ArgumentVector& other);
-  ArgumentVector(const ArgumentVector&) = delete;  // would double-own silently
+  // Not copyable: each argument has one owner. Share vectors through shared_ptr.
+  ArgumentVector(const ArgumentVector&) = delete;
+  ArgumentVector& operator=(const ArgumentVector&) = delete;
 
   // The slot at `i`, or null from 8 on.
   Argument* operator[](std::size_t i) { return i < max ? m_args[i] : nullptr; }
@@ -246,129 +240,10 @@ const T* argument_cast(const Argument* a) {
   return carries<T>(a) ? &ArgumentTraits<T>::get(*a) : nullptr;
 }
 
-namespace internal {
-// A vector and its arguments in one allocation: an emission then costs one allocation
-// whatever the number of arguments. The block, not the vector, ends the arguments. A block
-// may be emptied (its arguments ended, its slots null) and filled again.
-template <class... T>
-class ArgumentBlock : public ArgumentVector {
- public:
-  template <class... V>
-  explicit ArgumentBlock(V&&... values) {
-    fill(std::forward<V>(values)...);
-  }
-  ~ArgumentBlock() { clear(); }
-  ArgumentBlock(const ArgumentBlock&) = delete;
-  ArgumentBlock& operator=(const ArgumentBlock&) = delete;
-
-  // Into an empty block; if a value's construction throws, the block stays empty.
-  template <class... V>
-  void fill(V&&... values) {
-    std::size_t i = 0;
-    try {
-      ((m_args[i] = ::new (static_cast<void*>(&m_storage[i]))
-            typename ArgumentTraits<T>::argument_type(ArgumentTraits<T>::init(std::forward<V>(values))),
-        ++i),
-       ...);
-    } catch (...) {
-      clear();
-      throw;
-    }
-  }
-  void clear() { clear(std::index_sequence_for<T...>()); }
-
- private:
-  // Each argument by its own type, without a virtual call.
-  template <std::size_t... I>
-  void clear(std::index_sequence<I...>) {
-    (end<typename ArgumentTraits<T>::argument_type>(m_args[I]), ...);
-  }
-  template <class A>
-  static void end(Argument*& a) {
-    if (a != nullptr) static_cast<A*>(a)->A::~A();
-    a = nullptr;
-  }
-
-  typedef
-      typename std::aligned_union<1, GenericArgument<char>, typename ArgumentTraits<T>::argument_type...>::type Storage;
-  Storage m_storage[sizeof...(T) == 0 ? 1 : sizeof...(T)];
-};
-
-template <class... T, class... V>
-std::shared_ptr<ArgumentVector> makeArgumentsAs(V&&... values) {
-  static_assert(sizeof...(T) <= ArgumentVector::max, "a signal carries at most eight arguments");
-  return std::allocate_shared<ArgumentBlock<T...>>(SignalAllocator<ArgumentBlock<T...>>(), std::forward<V>(values)...);
-}
-
-// Whether a typed emission keeps its argument block for the thread's next one. Not under the
-// address sanitizer, which would then miss a read after the emission, nor under the thread
-// sanitizer, which does not follow the fence that orders a reuse after another thread's reads.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kReuseArgumentBlocks = false;
-#else
-constexpr bool kReuseArgumentBlocks = true;
-#endif
-
-// The arguments of one typed emission. The emission lends them to its frame and gets them
-// back; if then nobody else holds them (no queued slot, no slot that kept a copy), they are
-// ended and the empty block waits for the thread's next emission of the same types, which
-// so costs no allocation. Values live no longer than with a fresh block each time; but a
-// weak_ptr taken to the arguments does not expire while their block waits for reuse.
-template <class... T>
-class LentArguments {
- public:
-  template <class... V>
-  explicit LentArguments(V&&... values) {
-    Spare* spare = kReuseArgumentBlocks ? &spareBlock() : nullptr;
-    if (spare != nullptr && !spare->ended && spare->block) {
-      m_block = static_cast<ArgumentBlock<T...>*>(spare->block.get());
-      m_block->fill(std::forward<V>(values)...);  // on a throw, the spare stays as it was
-      m_args = std::move(spare->block);
-    } else {
-      m_args = makeArgumentsAs<T...>(std::forward<V>(values)...);
-      m_block = static_cast<ArgumentBlock<T...>*>(m_args.get());
-    }
-  }
-  ~LentArguments() {
-    // Not given back (a slot threw, its frame keeps them), replaced, or shared: let go.
-    if (!kReuseArgumentBlocks || m_args.get() != m_block || m_args.use_count() != 1) return;
-    // Orders the ending of the values after the reads of a thread that held them last.
-    std::atomic_thread_fence(std::memory_order_acquire);
-    m_block->clear();
-    Spare& spare = spareBlock();
-    if (!spare.ended && !spare.block) spare.block = std::move(m_args);
-  }
-  LentArguments(const LentArguments&) = delete;
-  LentArguments& operator=(const LentArguments&) = delete;
-
-  std::shared_ptr<ArgumentVector>& args() { return m_args; }
-
- private:
-  // The thread's empty block. A thread's last destructors may still emit: after the spare's
-  // end they make and free blocks as if there were none.
-  struct Spare {
-    ~Spare() {
-      block.reset();
-      ended = true;
-    }
-    std::shared_ptr<ArgumentVector> block;
-    bool ended = false;
-  };
-  static Spare& spareBlock() {
-    static thread_local Spare t_spare;
-    return t_spare;
-  }
-
-  std::shared_ptr<ArgumentVector> m_args;
-  ArgumentBlock<T...>* m_block;
-};
-}  // namespace internal
-
-// A vector with one argument for each value, in order; text becomes UTF-8 strings.
+// A vector with one argument for each value, in order; text becomes UTF-8 strings. The vector
+// and its arguments take one allocation.
 template <class... V>
-std::shared_ptr<ArgumentVector> makeArguments(V&&... values) {
-  return internal::makeArgumentsAs<carried_t<V>...>(std::forward<V>(values)...);
-}
+std::shared_ptr<ArgumentVector> makeArguments(V&&... values);
 
 }  // namespace zq
 
@@ -383,3 +258,6 @@ std::ostream& zq::GenericArgument<T>::print(std::ostream& os) const {
   print_type(os, typeid(T).name()) << "@";
   return print_address(os, m_data);
 }
+
+// makeArguments, and what typed emission builds on.
+#include <zq/signals/internal/ArgumentBlock.h>

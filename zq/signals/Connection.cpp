@@ -2,8 +2,9 @@
 
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
-#include <zq/signals/internal/FrameStack.h>
+#include <zq/signals/internal/LocalPtr.h>
 #include <zq/signals/internal/SignalMemory.h>
+#include <zq/signals/internal/SignalThread.h>
 
 #include <boost/asio/deadline_timer.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -38,7 +39,7 @@ long wholeSeconds(float delay) {
 // Exchanges two frames' contents, both reachable from this thread only; no reference count
 // changes.
 void swapFrames(CallStackFrame& a, CallStackFrame& b) {
-  a.publisher.swapLocal(b.publisher);
+  internal::LocalPtr::swap(a.publisher, b.publisher);
   a.signal.swap(b.signal);
   a.args.swap(b.args);
   std::swap(a.delay, b.delay);
@@ -90,7 +91,7 @@ CallStackFrame::CallStackFrame(CallStackFrame&& other)
       args(std::move(other.args)),
       delay(other.delay),
       connection(std::move(other.connection)) {
-  publisher.swapLocal(other.publisher);  // nobody else may touch what is being moved from
+  internal::LocalPtr::swap(publisher, other.publisher);  // nobody else may touch what is being moved from
 }
 
 // ---- ConnectionImpl ---------------------------------------------------------------------

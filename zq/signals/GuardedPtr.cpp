@@ -1,28 +1,17 @@
 #include <zq/signals/GuardedPtr.h>
 
-#if defined(__SANITIZE_THREAD__)
-#include <sanitizer/tsan_interface.h>
-#endif
+#include <zq/signals/internal/SharedCount.h>
+
+#include <zq/signals/internal/LocalPtr.h>
+#include <zq/signals/internal/Sanitizers.h>
 
 namespace zq {
-namespace {
-// std::mutex dies without telling the thread sanitizer, which then takes the next mutex at
-// the same address for the same one and reports lock orders that never met. Pointers come
-// and go on the stack by the thousand, so tell it.
-inline void forgetMutex(std::mutex& mutex) {
-#if defined(__SANITIZE_THREAD__)
-  __tsan_mutex_destroy(&mutex, 0);
-#else
-  (void)mutex;
-#endif
-}
-}  // namespace
 
 // ---- SharedCount ------------------------------------------------------------------------
 
 SharedCount::SharedCount() : m_ownerCount(1), m_pointerCount(0), m_destroyed(false) {}
 
-SharedCount::~SharedCount() { forgetMutex(m_mutex); }
+SharedCount::~SharedCount() { internal::forgetMutex(&m_mutex); }
 
 namespace {
 // The count after adding `delta`, saturating at zero.
@@ -36,7 +25,9 @@ bool SharedCount::changeCount(int delta, bool owner) {
   // A pointer count that stays above zero cannot make both counts zero, so copies and drops
   // of all but the last pointer need no lock. Reaching zero, or leaving it, is decided under
   // m_mutex with the owner count.
-  if (!owner && ((delta == 1 && addPointerAboveZero()) || (delta == -1 && dropPointerAboveZero()))) return false;
+  if (!owner && ((delta == 1 && internal::LocalPtr::addPointerAboveZero(*this)) ||
+                 (delta == -1 && internal::LocalPtr::dropPointerAboveZero(*this))))
+    return false;
   std::lock_guard<std::mutex> lock(m_mutex);
   if (owner) {
     m_ownerCount = added(m_ownerCount, delta);
@@ -81,11 +72,9 @@ SharedCountPtr::SharedCountPtr(const SharedCountPtr* other)
     : SharedCountPtr(other != nullptr ? *other : SharedCountPtr()) {}
 
 SharedCountPtr& SharedCountPtr::operator=(const SharedCountPtr& other) {
-  std::lock_guard<std::mutex> own(m_mutex);
-  if (&other != this) {
-    std::lock_guard<std::mutex> theirs(other.m_mutex);
-    resetNoLock(other.getCounter());
-  }
+  if (&other == this) return *this;
+  std::scoped_lock lock(m_mutex, other.m_mutex);  // both at once: crosswise assignments can't deadlock
+  resetNoLock(other.getCounter());
   return *this;
 }
 
@@ -93,7 +82,7 @@ SharedCountPtr::~SharedCountPtr() {
   // Not reset(): the derived part is gone, only the record needs letting go, and nobody may
   // use a pointer that is being destroyed, so its own mutex need not be taken.
   SharedCountPtr::resetNoLock(nullptr);
-  forgetMutex(m_mutex);
+  internal::forgetMutex(&m_mutex);
 }
 
 void SharedCountPtr::reset(SharedCount* counter) {
@@ -120,20 +109,32 @@ void SharedCountPtr::markDestroyed() {
   if (counter != nullptr && !counter->isDestroyed()) counter->changeCount(-1, true);
 }
 
+SharedCount* SharedCountPtr::newRecord() { return new SharedCount(); }
+
 // ---- SharedCountPtrGuard ----------------------------------------------------------------
 
-boost::shared_mutex SharedCountPtrGuard::s_emptyLock;
-
 namespace {
+internal::ObjectLock s_emptyLock;
+
 // The record is read without the pointer's mutex: the source must keep its reference while
 // the guard is being built.
-boost::shared_mutex& objectLockOf(const SharedCountPtr& ptr) {
+internal::ObjectLock& objectLockOf(const SharedCountPtr& ptr) {
   SharedCount* counter = ptr.getCounter();
-  return counter != nullptr ? counter->objectLock() : SharedCountPtrGuard::s_emptyLock;
+  return counter != nullptr ? counter->objectLock() : s_emptyLock;
 }
 }  // namespace
 
-SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtr& ptr) : m_lock(objectLockOf(ptr)), m_ptr(ptr) {
+internal::ObjectLock& internal::emptyObjectLock() { return s_emptyLock; }
+
+SharedCountPtrGuard::SharedHold::SharedHold(const SharedCountPtr& ptr) : m_lock(&objectLockOf(ptr)) {
+  m_lock->lock_shared();
+}
+
+SharedCountPtrGuard::SharedHold::~SharedHold() {
+  if (m_lock != nullptr) m_lock->unlock_shared();
+}
+
+SharedCountPtrGuard::SharedCountPtrGuard(const SharedCountPtr& ptr) : m_lock(ptr), m_ptr(ptr) {
   SharedCount* counter = m_ptr.getCounter();
   if (counter != nullptr && counter->isDestroyed()) m_ptr.reset(nullptr);
 }

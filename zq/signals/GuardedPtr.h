@@ -18,66 +18,25 @@
 
 #include <zq/Export.h>
 
-#include <boost/thread/lock_types.hpp>
-#include <boost/thread/shared_mutex.hpp>
-
 #include <atomic>
 #include <cstdint>
 #include <mutex>
 
 namespace zq {
 
-// The record behind guarded pointers: one owner count standing for the object, one count of
-// pointers, and whether the object was declared dead. Always on the heap; the pointer that
-// drops the last count deletes it. Thread-safe.
-class ZQ_API SharedCount {
- public:
-  SharedCount();
-  virtual ~SharedCount();
+namespace internal {
+struct LocalPtr;  // the library's own forms for pointers only the calling thread can reach
+class ObjectLock;
+}  // namespace internal
 
-  // Adds `delta` to the owner count (`owner`) or the pointer count, saturating at zero; a
-  // negative owner delta marks the object dead. True when both counts are now zero.
-  bool changeCount(int delta, bool owner);
-
-  // changeCount(+1 / -1, false) for a pointer count that stays above zero, which decides
-  // nothing and needs no lock. False, with nothing changed, when the count is not such.
-  bool addPointerAboveZero() {
-    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
-    while (count >= 1)
-      if (m_pointerCount.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel, std::memory_order_relaxed))
-        return true;
-    return false;
-  }
-  // The same for a caller whose own pointer holds a count on this record: nothing to test.
-  void addPointerHeld() { m_pointerCount.fetch_add(1, std::memory_order_relaxed); }
-  bool dropPointerAboveZero() {
-    std::uint64_t count = m_pointerCount.load(std::memory_order_relaxed);
-    while (count > 1)
-      if (m_pointerCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
-        return true;
-    return false;
-  }
-
-  bool isDestroyed() const { return m_destroyed.load(std::memory_order_relaxed); }
-  std::uint64_t ownerCount() const;
-  std::uint64_t pointerCount() const;
-  boost::shared_mutex& objectLock() { return m_objectLock; }
-
- private:
-  SharedCount(const SharedCount&);
-  SharedCount& operator=(const SharedCount&);
-
-  mutable std::mutex m_mutex;  // covers the counts and the writing of m_destroyed
-  boost::shared_mutex m_objectLock;
-  std::uint64_t m_ownerCount;
-  // Changes that keep it above zero decide nothing and skip m_mutex; see changeCount.
-  std::atomic<std::uint64_t> m_pointerCount;
-  std::atomic<bool> m_destroyed;  // read without m_mutex by guards
-};
+// The record behind guarded pointers (internal/SharedCount.h): one owner count standing for
+// the object, one count of pointers, whether the object was declared dead, and the lock that
+// guards share. Internal to the library.
+class SharedCount;
 
 // One reference to a SharedCount, or null. Each pointer has its own mutex, so pointers are
-// heavy and belong on the stack or in long-lived records. Thread-safe, except that two
-// threads assigning two pointers to each other crosswise can deadlock.
+// heavy and belong on the stack or in long-lived records. Thread-safe; assignment locks both
+// pointers at once, so two threads may assign two pointers to each other crosswise.
 class ZQ_API SharedCountPtr {
  public:
   SharedCountPtr();
@@ -100,6 +59,8 @@ class ZQ_API SharedCountPtr {
   std::mutex& getMutex() const { return m_mutex; }
 
  protected:
+  // A record for a live object, with no pointer yet.
+  static SharedCount* newRecord();
   // Refers to `counter` whose count the caller has already changed; the caller holds the mutex.
   void setCounterNoLock(SharedCount* counter) { m_counter.store(counter, std::memory_order_relaxed); }
   // Exchanges the records of two pointers, no count changing; the caller holds both mutexes.
@@ -128,7 +89,7 @@ class GuardedPtr : public SharedCountPtr {
   explicit GuardedPtr(T* object) : m_object(nullptr) {
     if (object == nullptr) return;
     std::lock_guard<std::mutex> lock(getMutex());
-    SharedCountPtr::resetNoLock(new SharedCount());
+    SharedCountPtr::resetNoLock(newRecord());
     m_object.store(object, std::memory_order_relaxed);
   }
   // Like default construction and assignment, without locking a mutex nobody else can see yet.
@@ -138,12 +99,10 @@ class GuardedPtr : public SharedCountPtr {
     m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
   }
   GuardedPtr& operator=(const GuardedPtr& other) {
-    std::lock_guard<std::mutex> own(getMutex());
-    if (&other != this) {
-      std::lock_guard<std::mutex> theirs(other.getMutex());
-      resetNoLock(other.getCounter());
-      m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
-    }
+    if (&other == this) return *this;
+    std::scoped_lock lock(getMutex(), other.getMutex());
+    resetNoLock(other.getCounter());
+    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
     return *this;
   }
 
@@ -152,40 +111,10 @@ class GuardedPtr : public SharedCountPtr {
     m_object.store(nullptr, std::memory_order_relaxed);
   }
 
-  // The forms below are for pointers that only the calling thread can reach, such as the
-  // frames of its call stack: they take no mutex, which is all that tells them from
-  // assignment, reset(nullptr) and swap. assignLocal also reads `other` without its lock, so
-  // the record must stay alive meanwhile: `other` is the caller's own, or a publisher's
-  // pointer to itself, whose records live as long as the publisher.
-  void assignLocal(const GuardedPtr& other) {
-    SharedCount* counter = other.getCounter();
-    if (getCounter() == nullptr && counter != nullptr) {
-      counter->addPointerHeld();  // `other` holds a count
-      setCounterNoLock(counter);
-    } else {
-      SharedCountPtr::resetNoLock(counter);
-    }
-    m_object.store(other.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
-  }
-  void resetLocal() {
-    SharedCount* counter = getCounter();
-    if (counter != nullptr && counter->dropPointerAboveZero())
-      setCounterNoLock(nullptr);
-    else
-      SharedCountPtr::resetNoLock(nullptr);
-    m_object.store(nullptr, std::memory_order_relaxed);
-  }
-  void swapLocal(GuardedPtr& other) {
-    swapNoLock(other);
-    other.m_object.store(m_object.exchange(other.get(), std::memory_order_relaxed), std::memory_order_relaxed);
-  }
-
   // Exchanges what two pointers refer to, without touching the records' counts.
   void swap(GuardedPtr& other) {
     if (&other == this) return;
-    std::unique_lock<std::mutex> own(getMutex(), std::defer_lock);
-    std::unique_lock<std::mutex> theirs(other.getMutex(), std::defer_lock);
-    std::lock(own, theirs);
+    std::scoped_lock lock(getMutex(), other.getMutex());
     swapNoLock(other);
     other.m_object.store(m_object.exchange(other.get(), std::memory_order_relaxed), std::memory_order_relaxed);
   }
@@ -197,6 +126,8 @@ class GuardedPtr : public SharedCountPtr {
   explicit operator bool() const { return get() != nullptr; }
 
  private:
+  friend struct internal::LocalPtr;
+
   std::atomic<T*> m_object;
 };
 
@@ -210,15 +141,25 @@ class ZQ_API SharedCountPtrGuard {
 
   bool isProtected() const { return m_ptr.getCounter() != nullptr; }
 
-  // What guards of a null pointer lock.
-  static boost::shared_mutex s_emptyLock;
-
  protected:
   SharedCountPtrGuard(const SharedCountPtrGuard&);  // an unbound, unprotected guard
   SharedCountPtrGuard& operator=(const SharedCountPtrGuard&) { return *this; }
 
  private:
-  boost::shared_lock<boost::shared_mutex> m_lock;
+  // The shared side of a record's lock, or of the one lock guards of a null pointer take.
+  class ZQ_API SharedHold {
+   public:
+    SharedHold() : m_lock(nullptr) {}
+    explicit SharedHold(const SharedCountPtr& ptr);
+    ~SharedHold();
+    SharedHold(const SharedHold&) = delete;
+    SharedHold& operator=(const SharedHold&) = delete;
+
+   private:
+    internal::ObjectLock* m_lock;
+  };
+
+  SharedHold m_lock;  // let go of after m_ptr
   SharedCountPtr m_ptr;
 };
 

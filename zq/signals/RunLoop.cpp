@@ -19,7 +19,7 @@ void RunLoop::run() {
 
 void RunLoop::start() {
   if (m_thread.joinable()) return;
-  m_thread = boost::thread([this] { run(); });
+  m_thread = std::thread([this] { run(); });
 }
 
 void RunLoop::stop() { m_service->stop(); }

@@ -19,9 +19,9 @@
 #include <zq/Export.h>
 
 #include <boost/asio/io_service.hpp>
-#include <boost/thread/thread.hpp>
 
 #include <memory>
+#include <thread>
 
 namespace zq {
 
@@ -48,7 +48,7 @@ class ZQ_API RunLoop {
   RunLoop& operator=(const RunLoop&);
 
   std::unique_ptr<boost::asio::io_service> m_service;
-  boost::thread m_thread;
+  std::thread m_thread;
 };
 
 }  // namespace zq

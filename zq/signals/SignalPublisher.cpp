@@ -1,48 +1,19 @@
+// Signal publishers: declaring, connecting, removing, querying, forwarding, emitting, and the
+// calling thread's emissions. Repeaters and the printed reports have files of their own.
 #include <zq/signals/SignalPublisher.h>
 
 #include <zq/foundation/Log.h>
-#include <zq/platform/Threads.h>
-#include <zq/signals/internal/FrameStack.h>
+#include <zq/signals/internal/SignalThread.h>
 
 #include <boost/container/small_vector.hpp>
 
 #include <cstring>
-#include <stdexcept>
 #include <typeinfo>
 
 namespace zq {
 namespace {
 
 const char kDestroyed[] = "destroyed";
-
-// What the report says of a connection's kind, flags masked off; nothing for other values.
-struct KindText {
-  const char* banner;  // in the publisher's report
-  const char* label;   // in a call stack
-};
-const KindText* kindText(ConnectionType type) {
-  static const KindText kTexts[] = {
-      {"----direct----", "  direct"}, {"----queued----", "  queued"}, {"---blocking---", "  blocking"}};
-  switch (static_cast<unsigned int>(type) & ~kConnectionFlagsMask) {
-    case Direct:
-      return &kTexts[0];
-    case Queued:
-      return &kTexts[1];
-    case Blocking:
-      return &kTexts[2];
-    default:
-      return nullptr;
-  }
-}
-
-// The dynamic type and the address of a polymorphic object: "Type@0x...". A null pointer
-// raises std::bad_typeid.
-template <class T>
-std::ostream& printObject(std::ostream& os, const T* object) {
-  print_type(os, typeid(*object)) << "@";
-  return print_address(os, object);
-}
-
 std::atomic<std::size_t> s_nextObjectDebugID(1);
 
 // An emission's snapshot of a connection list. Most lists are short: no allocation for them.
@@ -57,33 +28,11 @@ bool sameText(const std::string& a, std::string_view b) {
   return true;
 }
 
-// The calling thread's record, made on first use.
-ZQ_TLS_WORD internal::ThreadFrames* t_frames = nullptr;
-
-// Ends a thread's record, after the thread's C++ thread-local objects, whose destructors may
-// still emit. An emission from what this deletes makes a new record, ended in turn.
-void endThreadFrames(void* frames) {
-  t_frames = nullptr;
-  delete static_cast<internal::ThreadFrames*>(frames);
-}
-
-platform::ThreadEndSlot& framesOwner() {
-  // Never destroyed: threads may end while the process's exit hooks run.
-  static auto* const s_owner = new platform::ThreadEndSlot(&endThreadFrames);
-  return *s_owner;
+void reportDestroyedThrew(const char* what) {
+  ZQ_LOG(Log::Critical, "zq::SignalPublisher::~SignalPublisher", "a slot of \"destroyed\" threw: " << what);
 }
 
 }  // namespace
-
-internal::ThreadFrames& internal::threadFrames() {
-  internal::ThreadFrames* frames = t_frames;
-  if (frames == nullptr) {
-    frames = new internal::ThreadFrames();
-    framesOwner().set(frames);
-    t_frames = frames;
-  }
-  return *frames;
-}
 
 const std::string SignalPublisher::sm_Empty;
 
@@ -92,7 +41,24 @@ SignalPublisher::SignalPublisher() : m_objectDebugID(s_nextObjectDebugID.fetch_a
 }
 
 SignalPublisher::~SignalPublisher() {
-  cleanUp();
+  if (isConnected(kDestroyed, nullptr, sm_Empty)) {
+    internal::ThreadFrames& thread = internal::threadFrames();
+    std::list<CallStackFrame>& stack = thread.stack();
+    const std::size_t depth = stack.size();
+    // An exception must not leave a destructor: that would end the program.
+    try {
+      emitDestroyed();
+    } catch (const std::exception& e) {
+      reportDestroyedThrew(e.what());
+    } catch (...) {
+      reportDestroyedThrew("unknown exception");
+    }
+    // A failed emission leaves its frame, which names this publisher: it goes with it.
+    while (stack.size() > depth) thread.pop(stack);
+  }
+  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  disconnectAll_noLock();
+  stopAll_no_lock();
   m_self.reset(nullptr);
 }
 
@@ -314,12 +280,12 @@ void SignalPublisher::forward(const SignalDeclaration* declarations, GuardedPtr<
 }
 
 void SignalPublisher::moveConnectionsTo(SignalPublisher& other) {
-  std::unique_lock<internal::ReentrantSection> own(m_mutex);
-  std::unique_lock<internal::ReentrantSection> theirs(other.m_mutex);
+  if (&other == this) return;
+  // Both at once: two publishers moving onto each other can't deadlock.
+  std::scoped_lock lock(m_mutex, other.m_mutex);
   // insert keeps an entry the target already has.
   for (auto& entry : m_connections) other.m_connections.insert(entry);
   m_connections.clear();
-  theirs.unlock();
 }
 
 // ---- emitting ---------------------------------------------------------------------------
@@ -335,7 +301,7 @@ short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<Argument
   return emitWith(
       name,
       [&](CallStackFrame& frame) {
-        frame.publisher.assignLocal(self);
+        internal::LocalPtr::assign(frame.publisher, self);
         if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
         frame.args = std::move(args);
         frame.delay = delay;
@@ -347,7 +313,7 @@ short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
   return emitWith(
       frame.signal,
       [&](CallStackFrame& top) {
-        top.publisher.assignLocal(frame.publisher);
+        internal::LocalPtr::assign(top.publisher, frame.publisher);
         top.signal = frame.signal;
         top.args = frame.args;
         top.delay = frame.delay;
@@ -427,11 +393,14 @@ bool SignalPublisher::isPublisher(GuardedPtr<SignalPublisher> publisher) {
 
 // ---- life -------------------------------------------------------------------------------
 
+void SignalPublisher::emitDestroyed() {
+  if (!isConnected(kDestroyed, nullptr, sm_Empty)) return;
+  // A direct slot runs here, on the caller's thread, with no lock held.
+  emitSignal(kDestroyed, std::make_shared<ArgumentVector>(new GenericArgument<SignalPublisher*>(this)), 0.0f);
+}
+
 void SignalPublisher::cleanUp() {
-  if (isConnected(kDestroyed, nullptr, sm_Empty)) {
-    // A direct slot runs here, on the caller's thread, with no lock held.
-    emitSignal(kDestroyed, std::make_shared<ArgumentVector>(new GenericArgument<SignalPublisher*>(this)), 0.0f);
-  }
+  emitDestroyed();
   std::lock_guard<internal::ReentrantSection> lock(m_mutex);
   disconnectAll_noLock();
   stopAll_no_lock();
@@ -444,215 +413,5 @@ GuardedPtr<SignalPublisher>& SignalPublisher::getPtr() const {
 }
 
 void SignalPublisher::resetPtr() { m_self.markDestroyed(); }
-
-// ---- repeaters --------------------------------------------------------------------------
-
-namespace {
-const int kRepeatWithoutCount = 0x7fffffff;
-}
-
-void SignalPublisher::repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args,
-                                   boost::posix_time::time_duration interval, boost::posix_time::time_duration total,
-                                   boost::asio::io_service* runLoop) {
-  const boost::posix_time::ptime now = boost::posix_time::microsec_clock::universal_time();
-  start(signal, std::move(args), interval, kRepeatWithoutCount, now, now + total, runLoop);
-}
-
-void SignalPublisher::repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args,
-                                   boost::posix_time::time_duration interval, int count,
-                                   boost::asio::io_service* runLoop) {
-  start(signal, std::move(args), interval, count, boost::posix_time::microsec_clock::universal_time(),
-        boost::posix_time::ptime(boost::posix_time::max_date_time), runLoop);
-}
-
-void SignalPublisher::repeatSignal(const char* signal, std::shared_ptr<ArgumentVector> args,
-                                   boost::posix_time::time_duration interval, boost::posix_time::ptime end,
-                                   boost::asio::io_service* runLoop) {
-  start(signal, std::move(args), interval, kRepeatWithoutCount, boost::posix_time::microsec_clock::universal_time(),
-        end, runLoop);
-}
-
-void SignalPublisher::start(const char* signal, std::shared_ptr<ArgumentVector> args,
-                            boost::posix_time::time_duration interval, int count, boost::posix_time::ptime startTime,
-                            boost::posix_time::ptime endTime, boost::asio::io_service* runLoop) {
-  if (runLoop == nullptr) runLoop = ConnectionImplCpp::defaultRunLoop();
-  std::unique_ptr<Repeater> repeater(new Repeater());
-  repeater->publisher = getPtr();
-  repeater->signal = signal != nullptr ? signal : "";
-  repeater->args = std::move(args);
-  repeater->interval = interval;
-  repeater->remaining = count;
-  repeater->nextTime = startTime + interval;
-  repeater->endTime = endTime;
-  // The connection stays empty: nothing fills it, and so the handler never emits.
-  if (repeater->remaining < 1 || repeater->endTime < repeater->nextTime) return;
-  --repeater->remaining;
-  std::unique_ptr<boost::asio::deadline_timer> timer(new boost::asio::deadline_timer(*runLoop));
-  timer->expires_at(repeater->nextTime);
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
-  repeater->timer = timer.release();
-  m_repeaters.push_back(repeater.get());
-  Repeater* const listed = repeater.release();
-  listed->timer->async_wait([copy = *listed](const boost::system::error_code&) mutable { repeaterExpired(copy); });
-}
-
-void SignalPublisher::repeaterExpired(Repeater& copy) {
-  const boost::posix_time::ptime now = boost::posix_time::microsec_clock::universal_time();
-  {
-    // The wait's outcome is not looked at: a cancelled wait comes here too, and only the guard
-    // keeps it from a publisher that is gone.
-    SharedCountPtrGuard guard(copy.publisher);
-    if (guard.isProtected()) {
-      SignalPublisher* const publisher = copy.publisher.get();
-      if (copy.connection && copy.connection->type() != Disconnected) {
-        copy.nextTime += copy.interval;
-        while (!(now < copy.nextTime)) {
-          if (copy.remaining < 1) break;
-          --copy.remaining;
-          if (copy.endTime < copy.nextTime) break;
-          publisher->emitSignal(copy);
-          copy.nextTime += copy.interval;
-        }
-        if (copy.remaining > 0 && !(copy.endTime < copy.nextTime)) {
-          copy.timer->expires_at(copy.nextTime);
-          copy.timer->async_wait([next = copy](const boost::system::error_code&) mutable { repeaterExpired(next); });
-          return;
-        }
-      }
-      // Looks for the copy's address, which the list never holds: the record stays listed.
-      publisher->stop(&copy);
-      return;
-    }
-  }
-  // Released only after the guard: the last reference waits for guards on the record.
-  copy.publisher.reset(nullptr);
-  copy.connection.reset();
-}
-
-void SignalPublisher::stop(const Repeater* repeater) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
-  auto position = m_repeaters.begin();
-  while (position != m_repeaters.end() && *position != repeater) ++position;
-  stop_no_lock(position);
-}
-
-void SignalPublisher::stop(RepeaterList::iterator position) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
-  stop_no_lock(position);
-}
-
-SignalPublisher::RepeaterList::iterator SignalPublisher::stop_no_lock(RepeaterList::iterator position) {
-  if (position == m_repeaters.end()) return position;
-  Repeater* const repeater = *position;
-  if (repeater->timer != nullptr) {
-    // A handler already running is not waited for; it works on its own copy.
-    boost::system::error_code ignored;
-    repeater->timer->cancel(ignored);
-    delete repeater->timer;
-  }
-  delete repeater;
-  return m_repeaters.erase(position);
-}
-
-void SignalPublisher::stopAll_no_lock() {
-  for (auto position = m_repeaters.begin(); position != m_repeaters.end();) position = stop_no_lock(position);
-  m_repeaters.clear();
-}
-
-void SignalPublisher::stopRepeatSignal(const std::string& signal) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
-  for (auto position = m_repeaters.begin(); position != m_repeaters.end();)
-    position = (*position)->signal == signal ? stop_no_lock(position) : std::next(position);
-}
-
-std::size_t SignalPublisher::countRepeaters(const std::string& signal) const {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
-  std::size_t count = 0;
-  for (const Repeater* repeater : m_repeaters)
-    if (signal.empty() || repeater->signal == signal) ++count;
-  return count;
-}
-
-// ---- reports ----------------------------------------------------------------------------
-
-void SignalPublisher::printDebugInfo(std::ostream& os) const {
-  os << "---- SignalPublisher Info ----" << std::endl;
-  printObject(os, this) << std::endl;
-  if (!m_declarations.empty()) {
-    os << "--   Declared Signals       --" << std::endl;
-    for (const auto& entry : m_declarations) {
-      printDebugInfo(os, entry.second);
-      os << std::endl;
-    }
-  }
-  if (!m_connections.empty()) {
-    os << "--   Connected Slots        --" << std::endl;
-    for (const auto& entry : m_connections) {
-      const auto declared = m_declarations.find(entry.first);
-      // Only moveConnectionsTo can bring in a signal without a declaration; the report stops there.
-      if (declared == m_declarations.end()) throw std::out_of_range("invalid unordered_map<K, T> key");
-      for (const auto& connection : entry.second) {
-        printDebugInfo(os, entry.first.c_str(), declared->second, connection);
-        os << std::endl;
-      }
-    }
-  }
-  os << "-------------------------------" << std::endl;
-}
-
-void SignalPublisher::printDebugInfo(std::ostream& os, const SignalDeclaration& declaration) const {
-  if (declaration.empty()) return;
-  os << declaration[0].first << "\t(";
-  printSignature(os, declaration) << ")";
-}
-
-void SignalPublisher::printDebugInfo(std::ostream& os, const char* signal, const SignalDeclaration& declaration,
-                                     std::shared_ptr<ConnectionImpl> connection) const {
-  os << (signal != nullptr ? signal : "") << std::endl << "  --";
-  if (const KindText* kind = kindText(connection->type())) os << kind->banner;
-  os << "-->  ";
-  connection->print_debug_info(os);
-  if (declaration.empty())
-    os << std::endl << "  (warning: undeclared signal)";
-  else if (!connection->is_call_compatible(declaration))
-    os << std::endl << "  (warning: type-mismatch)";
-}
-
-std::ostream& SignalPublisher::printCallStack(std::ostream& os) {
-  for (const CallStackFrame& frame : callStack()) {
-    printObject(os, frame.publisher.get()) << " emits " << frame.signal;
-    if (frame.args) {
-      os << " (";
-      os.precision(80);  // stays set: long strings are cut at 80 characters
-      os << *frame.args << ")\n";
-    }
-    os << "  through ";
-    printObject(os, frame.connection.get()) << "\n";
-    if (const KindText* kind = kindText(frame.connection->type())) os << kind->label;
-    os << " to ";
-    frame.connection->print_debug_info(os);
-    os << "\n";
-  }
-  return os;
-}
-
-std::ostream& SignalPublisher::printSignature(std::ostream& os, const SignalDeclaration& declaration) {
-  for (std::size_t i = 1; i < declaration.size(); ++i) {
-    if (i != 1) os << ",";
-    print_type(os, declaration[i].first);
-  }
-  return os;
-}
-
-std::ostream& SignalPublisher::printSignature(std::ostream& os, std::shared_ptr<ArgumentVector> args) {
-  if (!args) return os;
-  for (std::size_t i = 0; i < ArgumentVector::max; ++i) {
-    const Argument* argument = (*args)[i];
-    if (argument == nullptr) continue;
-    if (i != 0) os << ",";
-    print_type(os, argument->m_type.first);
-  }
-  return os;
-}
 
 }  // namespace zq

@@ -39,13 +39,12 @@
 #pragma once
 
 #include <zq/Export.h>
+#include <zq/internal/ReentrantSection.h>
 #include <zq/signals/Argument.h>
 #include <zq/signals/Connection.h>
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/Slot.h>
-#include <zq/threads/internal/ReentrantSection.h>
 
-#include <boost/asio/deadline_timer.hpp>
 #include <boost/asio/io_service.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
@@ -63,6 +62,13 @@
 #include <utility>
 
 namespace zq {
+
+namespace internal {
+struct RepeaterTimer;
+struct ZQ_API EndRepeaterTimer {
+  void operator()(RepeaterTimer* timer) const;
+};
+}  // namespace internal
 
 // A signal's name with its argument types, for declaring, emitting and connecting with
 // checks at compile time. Cheap to copy; the name must live as long as the process.
@@ -88,21 +94,20 @@ class ZQ_API SignalPublisher {
   typedef zq::CallStackFrame CallStackFrame;
 
   // A signal to be emitted again and again on a run loop's timer. The record in the
-  // publisher's list owns `timer`; the timer's handler works on copies.
+  // publisher's list owns it and its timer.
   struct Repeater : CallStackFrame {
-    Repeater() : timer(nullptr), remaining(0) {}
-
-    boost::asio::deadline_timer* timer;
+    // Cancelled as it goes.
+    std::unique_ptr<internal::RepeaterTimer, internal::EndRepeaterTimer> timer;
     boost::posix_time::ptime nextTime;  // universal time
     boost::posix_time::time_duration interval;
-    int remaining;                     // emissions left
+    int remaining = 0;                 // emissions left
     boost::posix_time::ptime endTime;  // universal time
   };
 
   SignalPublisher();
   // Emits "destroyed" to what is connected to it, then disconnects everything and ends the
   // repeaters. It does not declare the object dead: the most derived class calls resetPtr()
-  // first.
+  // first. A slot that throws here is reported in one Critical line, not passed on.
   virtual ~SignalPublisher();
 
   // ---- reports (no lock: call them at a quiet moment or on the owning thread) -------------
@@ -250,7 +255,7 @@ class ZQ_API SignalPublisher {
   std::size_t countConnected(const std::string& signal, const void* receiver, const std::string& slot) const;
 
   // Moves every connection entry to `other`; an entry `other` already has is kept there and
-  // this one dropped. Connections keep their kind. Declarations stay.
+  // this one dropped. Connections keep their kind. Declarations stay. Onto itself: nothing.
   virtual void moveConnectionsTo(SignalPublisher& other);
 
   // The calling thread's emissions, oldest first: who emits what with which arguments, through
@@ -396,6 +401,9 @@ class ZQ_API SignalPublisher {
   SignalPublisher(const SignalPublisher&);
   SignalPublisher& operator=(const SignalPublisher&);
 
+  // Emits "destroyed" if anything is connected to it; a direct slot's exception passes through.
+  void emitDestroyed();
+
   // emitSignal with the name's length known. `args` are lent to the frame and come back
   // unless a slot threw.
   short emitNamed(std::string_view signal, std::shared_ptr<ArgumentVector>& args, float delay) const;
@@ -417,9 +425,6 @@ class ZQ_API SignalPublisher {
 
   // Takes out every connection of `list` that answers to (receiver, slot).
   static void disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot);
-
-  // The timer's handler, on the run loop's thread, with its own copy of the record.
-  static void repeaterExpired(Repeater& copy);
 
   template <class Parameters, class Function>
   bool connectSlot(const std::string& signal, ConnectionType type, const void* receiver, const std::string& slot,

@@ -6,7 +6,7 @@
 #pragma once
 
 #include <zq/Export.h>
-#include <zq/threads/internal/ReentrantSection.h>
+#include <zq/internal/ReentrantSection.h>
 
 #include <atomic>
 #include <cstdint>

@@ -25,8 +25,8 @@ class ZQ_API Base64 {
 
   // A buffer size for encode, with room to spare in some cases; not the exact output length.
   static std::size_t calcEncodedLength(std::size_t size, int flags = 0);
-  // An upper bound of what decode writes for `text`: line breaks are counted as data and each
-  // "=" at the end lowers it by one (never below 0). 0 for a null text.
+  // A buffer size for decoding `text`: line breaks are counted as data and each "=" at the end
+  // lowers it by one (never below 0), so text with surplus "=" decodes to more. 0 for null.
   static std::size_t calcDencodedLength(const char* text, std::size_t length);
 
   // Encodes `size` bytes into `out` and returns the count of characters written; no NUL is
@@ -36,8 +36,9 @@ class ZQ_API Base64 {
   static std::size_t encode(const unsigned char* data, std::size_t size, char* out, std::size_t outSize, int flags = 0);
   // Decodes `text` into `out` and returns the count of bytes written. Characters outside the
   // alphabet (line breaks, blanks, "=") are passed over, and bits left over at the end are
-  // dropped. Returns 0 when `length` or `outSize` is 0 or a pointer is null. `outSize` is not a
-  // limit: the caller must provide calcDencodedLength(text, length) bytes.
+  // dropped. Returns 0 when `length` or `outSize` is 0 or a pointer is null. At most `outSize`
+  // bytes are written; what does not fit is dropped. calcDencodedLength can fall short of the
+  // whole (surplus "=" lowers it), so size by `length` when every byte must come out.
   static std::size_t decode(const char* text, std::size_t length, unsigned char* out, std::size_t outSize);
 
   // The encoded text of `data`.

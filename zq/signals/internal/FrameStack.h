@@ -3,6 +3,7 @@
 #pragma once
 
 #include <zq/signals/Connection.h>
+#include <zq/signals/internal/LocalPtr.h>
 
 #include <iterator>
 #include <list>
@@ -11,6 +12,7 @@
 namespace zq {
 namespace internal {
 
+// Part of the thread's record (SignalThread.h).
 struct ThreadFrames {
   // The thread's stack, made on first use (SignalPublisher::callStack).
   std::list<CallStackFrame>& stack() {
@@ -33,7 +35,7 @@ struct ThreadFrames {
   // storage for the next frame.
   void pop(std::list<CallStackFrame>& stack) {
     CallStackFrame& frame = stack.back();
-    frame.publisher.resetLocal();
+    LocalPtr::reset(frame.publisher);
     frame.args.reset();
     frame.connection.reset();
     spare.splice(spare.begin(), stack, std::prev(stack.end()));
@@ -44,9 +46,6 @@ struct ThreadFrames {
   std::unique_ptr<std::list<CallStackFrame>> owned;
   std::list<CallStackFrame> spare;
 };
-
-// The calling thread's record.
-ThreadFrames& threadFrames();
 
 }  // namespace internal
 }  // namespace zq

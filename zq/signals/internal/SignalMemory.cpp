@@ -1,5 +1,7 @@
 #include <zq/signals/internal/SignalMemory.h>
 
+#include <zq/signals/internal/SignalThread.h>
+
 #include <atomic>
 #include <mutex>
 #include <new>
@@ -10,18 +12,8 @@ namespace zq {
 namespace internal {
 namespace {
 
-// Blocks of one size, enough for a handler with its frame or a few arguments; larger requests
-// go to operator new. Under the address sanitizer nothing is kept, so that it sees every
-// block come and go.
-constexpr std::size_t kBlockSize = 256;
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kKeep = false;
-#else
-constexpr bool kKeep = true;
-#endif
-constexpr std::size_t kBatch = 16;                // blocks traded with the store at once
-constexpr std::size_t kThreadKept = 2 * kBatch;   // by each thread
-constexpr std::size_t kSharedKept = 64 * kBatch;  // in the store
+constexpr std::size_t kBatch = ThreadBlocks::kKept / 2;  // blocks traded with a store at once
+constexpr std::size_t kSharedKept = 64 * kBatch;         // in each store
 
 // Held for one trade of a batch, as a rule by an emitting thread and a run loop's thread in
 // turn: a sleeping mutex would put one of them to sleep for a few instructions of the other.
@@ -45,79 +37,63 @@ struct SharedBlocks {
   std::vector<void*> blocks;
 };
 
-SharedBlocks& sharedBlocks() {
+// The store of blocks of `size` bytes, one of the two sizes kept.
+SharedBlocks& sharedBlocks(std::size_t size) {
   // Never destroyed: run loop threads still free blocks while the process's exit hooks run.
-  static SharedBlocks* const s_shared = new SharedBlocks();
-  return *s_shared;
-}
-
-// A thread's freed blocks; they go to the store when the thread ends. A block freed after
-// that (by a thread's last destructors) goes straight to operator delete.
-struct ThreadBlocks {
-  ~ThreadBlocks() {
-    giveBack(count);
-    ended = true;
-  }
-
-  // Moves up to `n` blocks from the store to this thread.
-  void take(std::size_t n) {
-    SharedBlocks& shared = sharedBlocks();
-    std::lock_guard<SpinLock> lock(shared.lock);
-    while (n-- != 0 && !shared.blocks.empty()) {
-      blocks[count++] = shared.blocks.back();
-      shared.blocks.pop_back();
-    }
-  }
-
-  // Moves the last `n` blocks of this thread to the store, or to operator delete when it is full.
-  void giveBack(std::size_t n) {
-    {
-      SharedBlocks& shared = sharedBlocks();
-      std::lock_guard<SpinLock> lock(shared.lock);
-      for (; n != 0 && shared.blocks.size() < kSharedKept; --n) shared.blocks.push_back(blocks[--count]);
-    }
-    for (; n != 0; --n) ::operator delete(blocks[--count]);
-  }
-
-  void* blocks[kThreadKept] = {};
-  std::size_t count = 0;
-  bool ended = false;
-};
-
-thread_local ThreadBlocks t_blocksRecord;
-// The record's address: a thread-local word is quicker to reach than the record, which is
-// made and registered for destruction on first use.
-ZQ_TLS_WORD ThreadBlocks* t_blocks = nullptr;
-
-ThreadBlocks& threadBlocks() {
-  ThreadBlocks* blocks = t_blocks;
-  if (blocks == nullptr) t_blocks = blocks = &t_blocksRecord;
-  return *blocks;
+  static SharedBlocks* const s_small = new SharedBlocks();
+  static SharedBlocks* const s_large = new SharedBlocks();
+  return size == SignalThread::kSmallBlock ? *s_small : *s_large;
 }
 
 }  // namespace
 
-void* allocateSignalMemory(std::size_t size) {
-  if (kKeep && size <= kBlockSize) {
-    ThreadBlocks& mine = threadBlocks();
-    if (mine.count == 0 && !mine.ended) mine.take(kBatch);
-    if (mine.count != 0) return mine.blocks[--mine.count];
-    size = kBlockSize;
+void ThreadBlocks::take(std::size_t n) {
+  SharedBlocks& shared = sharedBlocks(blockSize);
+  std::lock_guard<SpinLock> lock(shared.lock);
+  while (n-- != 0 && !shared.blocks.empty()) {
+    blocks[count++] = shared.blocks.back();
+    shared.blocks.pop_back();
   }
-  return ::operator new(size);
+}
+
+void ThreadBlocks::giveBack(std::size_t n) {
+  {
+    SharedBlocks& shared = sharedBlocks(blockSize);
+    std::lock_guard<SpinLock> lock(shared.lock);
+    for (; n != 0 && shared.blocks.size() < kSharedKept; --n) shared.blocks.push_back(blocks[--count]);
+  }
+  for (; n != 0; --n) {
+    void* block = blocks[--count];
+    unparkMemory(block, blockSize);
+    ::operator delete(block);
+  }
+}
+
+void* allocateSignalMemory(std::size_t size) {
+  ThreadBlocks* mine = signalThread().blocksFor(size);
+  if (mine == nullptr) return ::operator new(size);
+  if (mine->count == 0) mine->take(kBatch);
+  if (mine->count == 0) return ::operator new(mine->blockSize);
+  void* block = mine->blocks[--mine->count];
+  unparkMemory(block, size);
+  return block;
 }
 
 void freeSignalMemory(void* block, std::size_t size) noexcept {
   if (block == nullptr) return;
-  if (kKeep && size <= kBlockSize) {
-    ThreadBlocks& mine = threadBlocks();
-    if (!mine.ended) {
-      if (mine.count == kThreadKept) mine.giveBack(kBatch);
-      mine.blocks[mine.count++] = block;
-      return;
+  if (size > SignalThread::kLargeBlock) return ::operator delete(block);
+  SignalThread* thread = t_signalThread;
+  if (thread == nullptr) {
+    try {
+      thread = &newSignalThread();
+    } catch (...) {  // no room for a record: nothing kept
+      return ::operator delete(block);
     }
   }
-  ::operator delete(block);
+  ThreadBlocks& mine = *thread->blocksFor(size);
+  if (mine.count == ThreadBlocks::kKept) mine.giveBack(kBatch);
+  parkMemory(block, mine.blockSize);
+  mine.blocks[mine.count++] = block;
 }
 
 }  // namespace internal

@@ -1,12 +1,12 @@
-// UTF-8 encoding of wide and 16-bit text, for byte-oriented sinks (file names, standard
-// error, signal string arguments). Not exported.
+// UTF-8, the byte form that wide text takes here: in file names, on standard error, and in
+// signal string arguments. Not exported.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
 namespace zq {
-namespace internal {
+namespace platform {
 
 // Appends the UTF-8 form of one code point; values that are no Unicode scalar value
 // (surrogates, above 0x10FFFF) become U+FFFD.
@@ -18,5 +18,5 @@ std::string toUtf8(const wchar_t* text, std::size_t length);
 // UTF-16: surrogate pairs join into one code point, lone surrogates become U+FFFD.
 std::string toUtf8(const unsigned short* text, std::size_t length);
 
-}  // namespace internal
+}  // namespace platform
 }  // namespace zq

@@ -1,4 +1,4 @@
-#include <zq/threads/internal/ReentrantSection.h>
+#include <zq/internal/ReentrantSection.h>
 
 #include <zq/platform/Threads.h>
 

@@ -1,5 +1,6 @@
-// The re-entrant section under zq::Mutex. Not part of the interface; reached by classes
-// derived from Mutex through rawMutex().
+// The re-entrant section under zq::Mutex and each signal publisher's lock: one lock that
+// both subsystems share, so it lives in neither. Not part of the interface; reached by
+// classes derived from Mutex through rawMutex().
 #pragma once
 
 #include <zq/Export.h>

@@ -1,7 +1,7 @@
-#include <zq/foundation/internal/Utf8.h>
+#include <zq/platform/Utf8.h>
 
 namespace zq {
-namespace internal {
+namespace platform {
 
 namespace {
 constexpr char32_t kReplacement = 0xFFFD;
@@ -51,5 +51,5 @@ std::string toUtf8(const unsigned short* text, std::size_t length) {
   return out;
 }
 
-}  // namespace internal
+}  // namespace platform
 }  // namespace zq

@@ -1,0 +1,69 @@
+// Guarded pointer operations for pointers that only the calling thread can reach, such as the
+// frames of its call stack: they take no mutex, which is all that tells them from assignment,
+// reset(nullptr) and swap, and copies and drops of all but a record's last pointer take no
+// lock of the record either.
+#pragma once
+
+#include <zq/signals/GuardedPtr.h>
+#include <zq/signals/internal/SharedCount.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace zq {
+namespace internal {
+
+struct LocalPtr {
+  // `to` = `from`. `from` is read without its lock, so its record must stay alive meanwhile:
+  // `from` is the caller's own, or a publisher's pointer to itself, whose record lives as long
+  // as the publisher.
+  template <class T>
+  static void assign(GuardedPtr<T>& to, const GuardedPtr<T>& from) {
+    SharedCount* counter = from.getCounter();
+    if (to.getCounter() == nullptr && counter != nullptr) {
+      counter->m_pointerCount.fetch_add(1, std::memory_order_relaxed);  // `from` holds a count
+      to.setCounterNoLock(counter);
+    } else {
+      to.SharedCountPtr::resetNoLock(counter);
+    }
+    to.m_object.store(from.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+
+  template <class T>
+  static void reset(GuardedPtr<T>& ptr) {
+    SharedCount* counter = ptr.getCounter();
+    if (counter != nullptr && dropPointerAboveZero(*counter))
+      ptr.setCounterNoLock(nullptr);
+    else
+      ptr.SharedCountPtr::resetNoLock(nullptr);
+    ptr.m_object.store(nullptr, std::memory_order_relaxed);
+  }
+
+  template <class T>
+  static void swap(GuardedPtr<T>& a, GuardedPtr<T>& b) {
+    a.swapNoLock(b);
+    b.m_object.store(a.m_object.exchange(b.get(), std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+
+  // The pointer count one up or down where it stays above zero, which decides nothing and
+  // needs no lock; false, with nothing changed, where it would not.
+  static bool addPointerAboveZero(SharedCount& record) {
+    std::uint64_t count = record.m_pointerCount.load(std::memory_order_relaxed);
+    while (count >= 1)
+      if (record.m_pointerCount.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel,
+                                                      std::memory_order_relaxed))
+        return true;
+    return false;
+  }
+  static bool dropPointerAboveZero(SharedCount& record) {
+    std::uint64_t count = record.m_pointerCount.load(std::memory_order_relaxed);
+    while (count > 1)
+      if (record.m_pointerCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel,
+                                                      std::memory_order_relaxed))
+        return true;
+    return false;
+  }
+};
+
+}  // namespace internal
+}  // namespace zq
