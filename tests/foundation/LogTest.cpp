@@ -209,6 +209,7 @@ TEST_F(LogTest, ConcurrentStatementsWriteWholeLines) {
   m_log.setLogFile(wpath("threads.log"), true);
   constexpr int kThreads = 4, kLines = 200;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t)
     threads.emplace_back([this, t] {
       for (int i = 0; i < kLines; ++i) ZQ_LOG_ON(m_log, Log::Message, "zq::LogTest", "thread " << t << " line " << i);
@@ -247,6 +248,7 @@ struct WatchedSink : std::wstreambuf {
 TEST_F(LogTest, ClosingWhileOtherThreadsLogLeavesTheClosedStreamAlone) {
   std::atomic<bool> stop(false);
   std::vector<std::thread> loggers;
+  loggers.reserve(3);
   for (int t = 0; t < 3; ++t)
     loggers.emplace_back([&] {
       while (!stop) ZQ_LOG_ON(m_log, Log::Message, "zq::LogTest", "busy");

@@ -111,7 +111,7 @@ struct EmitsAtThreadEnd {
 // A value that emits when the last of its moves ends.
 struct EmitsWhenEnded {
   explicit EmitsWhenEnded(Source* s) : source(s) {}
-  EmitsWhenEnded(EmitsWhenEnded&& other) : source(other.source) { other.source = nullptr; }
+  EmitsWhenEnded(EmitsWhenEnded&& other) noexcept : source(other.source) { other.source = nullptr; }
   ~EmitsWhenEnded() {
     if (source != nullptr) source->emit(Source::value, std::make_shared<int>(20));
   }
@@ -155,6 +155,7 @@ TEST(EmissionResourcesTest, QueuedArgumentsCrossThreadsIntactFromManyEmittersAnd
       zq::Queued);
   source.getPtr();  // made before the emitters race for it
   std::vector<std::thread> emitters;
+  emitters.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t)
     emitters.emplace_back([&, t] {
       for (int i = 0; i < kEach; ++i) source.emit(Station::reading, text(t, i), t);

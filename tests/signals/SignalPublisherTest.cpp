@@ -348,6 +348,7 @@ TEST(SignalPublisherStressTest, ConnectDisconnectAndEmitFromManyThreads) {
   std::vector<Receiver> receivers(4, Receiver{&calls});
   for (Station& p : publishers) p.getPtr();  // one record each, before the threads race for it
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
       Receiver* receiver = &receivers[t];

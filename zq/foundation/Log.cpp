@@ -32,8 +32,6 @@ Log& Log::s_instance = *new (g_instanceStorage) Log();
 
 Log::Log() : m_streams{}, m_owned{}, m_logFile(nullptr), m_level(Debug) {}
 
-Log::~Log() = default;
-
 void Log::replaceSlot(std::size_t index, std::wostream* stream, bool owned) {
   std::wostream* const old = m_streams[index].exchange(stream, std::memory_order_acq_rel);
   if (m_owned[index] && old) delete old;

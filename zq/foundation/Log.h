@@ -43,7 +43,9 @@ class ZQ_API Log {
   static Log& instance() { return s_instance; }
 
   Log();
-  ~Log();  // frees its own members only: files and owned streams are closeLogFile's to close
+  // Frees nothing: files and owned streams are closeLogFile's to close, and a trivial end lets
+  // threads that outlive the exit hooks still find a usable log.
+  ~Log() = default;
 
   std::mutex& mutex() { return m_mutex; }
 

@@ -86,7 +86,7 @@ CallStackFrame::CallStackFrame(const GuardedPtr<SignalPublisher>& publisher, con
                                std::shared_ptr<ArgumentVector> args, float delay)
     : publisher(publisher), signal(signal != nullptr ? signal : ""), args(std::move(args)), delay(delay) {}
 
-CallStackFrame::CallStackFrame(CallStackFrame&& other)
+CallStackFrame::CallStackFrame(CallStackFrame&& other) noexcept
     : signal(std::move(other.signal)),
       args(std::move(other.args)),
       delay(other.delay),
@@ -103,6 +103,7 @@ ConnectionImpl::ConnectionImpl(const ConnectionImpl& other)
     : m_type(other.type()), m_receiver(other.m_receiver), m_slot(other.m_slot) {}
 
 ConnectionImpl& ConnectionImpl::operator=(const ConnectionImpl& other) {
+  if (this == &other) return *this;
   setType(other.type());
   m_receiver = other.m_receiver;
   m_slot = other.m_slot;

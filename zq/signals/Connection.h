@@ -66,7 +66,7 @@ struct ZQ_API CallStackFrame {
   CallStackFrame(const CallStackFrame&) = default;
   CallStackFrame& operator=(const CallStackFrame&) = default;
   // Takes the other's references without counting them again; the other is left empty.
-  CallStackFrame(CallStackFrame&& other);
+  CallStackFrame(CallStackFrame&& other) noexcept;
 
   GuardedPtr<SignalPublisher> publisher;  // who emits
   std::string signal;

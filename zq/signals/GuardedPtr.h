@@ -44,7 +44,7 @@ class ZQ_API SharedCountPtr {
   SharedCountPtr(const SharedCountPtr& other);
   SharedCountPtr(const SharedCountPtr* other);  // null gives a null pointer
   SharedCountPtr& operator=(const SharedCountPtr& other);
-  virtual ~SharedCountPtr();
+  virtual ~SharedCountPtr();  // NOLINT(bugprone-exception-escape): see the definition
 
   void reset(SharedCount* counter);
   // Refers to `counter` instead of the current record, taking the new reference before
@@ -151,7 +151,7 @@ class ZQ_API SharedCountPtrGuard {
    public:
     SharedHold() : m_lock(nullptr) {}
     explicit SharedHold(const SharedCountPtr& ptr);
-    ~SharedHold();
+    ~SharedHold();  // NOLINT(bugprone-exception-escape): see the definition
     SharedHold(const SharedHold&) = delete;
     SharedHold& operator=(const SharedHold&) = delete;
 

@@ -99,7 +99,8 @@ bool SignalPublisher::isCallCompatible(const char* signal, const SignalDeclarati
   return true;
 }
 
-bool SignalPublisher::isCallCompatible(const SignalDeclaration& declaration, std::shared_ptr<ArgumentVector> args) {
+bool SignalPublisher::isCallCompatible(const SignalDeclaration& declaration,
+                                       const std::shared_ptr<ArgumentVector>& args) {
   for (std::size_t i = 1; i < declaration.size(); ++i) {
     const Argument* argument = args ? (*args)[i - 1] : nullptr;
     if (argument == nullptr || !matchesType(declaration[i], argument->m_type)) return false;
@@ -385,7 +386,7 @@ ConnectionType SignalPublisher::currentSignalType() {
   return stack.empty() || !stack.back().connection ? Disconnected : stack.back().connection->type();
 }
 
-bool SignalPublisher::isPublisher(GuardedPtr<SignalPublisher> publisher) {
+bool SignalPublisher::isPublisher(const GuardedPtr<SignalPublisher>& publisher) {
   for (const CallStackFrame& frame : callStack())
     if (frame.publisher == publisher) return true;
   return false;

@@ -149,7 +149,7 @@ class ZQ_API SignalPublisher {
   // Whether `declaration` has the declared signal's arguments (element 0 is not compared).
   bool isCallCompatible(const char* signal, const SignalDeclaration& declaration) const;
   // Whether `args` holds a matching argument for each declared one; more are not looked at.
-  static bool isCallCompatible(const SignalDeclaration& declaration, std::shared_ptr<ArgumentVector> args);
+  static bool isCallCompatible(const SignalDeclaration& declaration, const std::shared_ptr<ArgumentVector>& args);
   // Whether any name of the one equals any name of the other (exact comparison).
   static bool matchesType(const TypePair& a, const TypePair& b);
   static bool matchesType(const char* name, const TypePair& b);
@@ -265,7 +265,7 @@ class ZQ_API SignalPublisher {
   static std::ostream& printSignature(std::ostream& os, const SignalDeclaration& declaration);
   // The types of the set slots of `args`; the "," goes by slot number, so a gap at slot 0
   // gives a leading ",".
-  static std::ostream& printSignature(std::ostream& os, std::shared_ptr<ArgumentVector> args);
+  static std::ostream& printSignature(std::ostream& os, const std::shared_ptr<ArgumentVector>& args);
 
   // ---- forwarding ------------------------------------------------------------------------
 
@@ -344,7 +344,7 @@ class ZQ_API SignalPublisher {
   static GuardedPtr<SignalPublisher> firstPublisher();
   static const std::string& currentSignal();  // empty outside a slot
   static ConnectionType currentSignalType();  // Disconnected outside a slot
-  static bool isPublisher(GuardedPtr<SignalPublisher> publisher);
+  static bool isPublisher(const GuardedPtr<SignalPublisher>& publisher);
 
   // ---- life ------------------------------------------------------------------------------
 

@@ -69,7 +69,7 @@ void SignalPublisher::start(const char* signal, std::shared_ptr<ArgumentVector> 
   // Nothing fills the record's connection, so nothing is emitted when the timer falls due.
   repeater->timer->async_wait([](const boost::system::error_code&) {});
   m_repeaters.push_back(repeater.get());
-  repeater.release();
+  static_cast<void>(repeater.release());  // the list owns it now
 }
 
 void SignalPublisher::stop(const Repeater* repeater) {

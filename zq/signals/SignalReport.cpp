@@ -68,8 +68,11 @@ void SignalPublisher::printDebugInfo(std::ostream& os, const SignalDeclaration& 
   printSignature(os, declaration) << ")";
 }
 
-void SignalPublisher::printDebugInfo(std::ostream& os, const char* signal, const SignalDeclaration& declaration,
-                                     std::shared_ptr<ConnectionImpl> connection) const {
+// The shared pointer stays by value: overriders of this virtual have that signature.
+void SignalPublisher::printDebugInfo(
+    std::ostream& os, const char* signal, const SignalDeclaration& declaration,
+    std::shared_ptr<ConnectionImpl> connection)  // NOLINT(performance-unnecessary-value-param)
+    const {
   os << (signal != nullptr ? signal : "") << std::endl << "  --";
   if (const KindText* kind = kindText(connection->type())) os << kind->banner;
   os << "-->  ";
@@ -106,7 +109,7 @@ std::ostream& SignalPublisher::printSignature(std::ostream& os, const SignalDecl
   return os;
 }
 
-std::ostream& SignalPublisher::printSignature(std::ostream& os, std::shared_ptr<ArgumentVector> args) {
+std::ostream& SignalPublisher::printSignature(std::ostream& os, const std::shared_ptr<ArgumentVector>& args) {
   if (!args) return os;
   for (std::size_t i = 0; i < ArgumentVector::max; ++i) {
     const Argument* argument = (*args)[i];
