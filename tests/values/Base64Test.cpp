@@ -84,6 +84,19 @@ TEST(Base64Test, LengthCalculations) {
   EXPECT_EQ(0u, Base64::calcDencodedLength(nullptr, 8));
 }
 
+// Surplus "=" lowered the bound below what decode writes, so a buffer sized by it overflowed.
+TEST(Base64Test, DecodedLengthBoundsSurplusPadding) {
+  for (const char* text : {"ZAm8====", "TWFuTWFu======", "TWE=====", "T=====", "TWFu=\r\n===="}) {
+    const std::size_t bound = Base64::calcDencodedLength(text, std::strlen(text));
+    std::vector<unsigned char> out(bound + 8, 0xAA);
+    const std::size_t written = Base64::decode(text, std::strlen(text), out.data(), out.size());
+    EXPECT_LE(written, bound) << text;
+  }
+  EXPECT_EQ(3u, Base64::calcDencodedLength("ZAm8====", 8));
+  EXPECT_EQ(0u, Base64::calcDencodedLength("====", 4));
+  EXPECT_EQ(1u, Base64::calcDencodedLength("Zg===", 5)) << "as before where decode stays within it";
+}
+
 // Random binary data of every length up to several lines, under every flag, through both forms.
 TEST(Base64Test, RoundTripsAtEveryLength) {
   for (std::size_t size = 1; size <= 400; size += (size < 200 ? 1 : 37)) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <limits>
 #include <utility>
-#include <vector>
 
 namespace zq {
 
@@ -23,14 +22,6 @@ time_point later(const time_point& t, const std::chrono::nanoseconds& d) {
   if (__builtin_add_overflow(t.time_since_epoch().count(), d.count(), &sum))
     sum = d.count() > 0 ? std::numeric_limits<Rep>::max() : std::numeric_limits<Rep>::min();
   return time_point(std::chrono::nanoseconds(sum));
-}
-
-// Calls refused by the queue for a time already in it never run and are never freed. They are
-// kept here, under the queue's mutex, so that they remain reachable memory rather than lost
-// allocations once their owner lets go of them.
-std::vector<Call*>& refusedCalls() {
-  static std::vector<Call*>* const calls = new std::vector<Call*>();
-  return *calls;
 }
 
 }  // namespace
@@ -111,7 +102,14 @@ void CallOwner::asyncCall(const std::function<void()>& function, const time_poin
     delete call;
     return;
   }
-  const std::size_t queued = addToQueue(call);
+  bool refused = false;
+  const std::size_t queued = addToQueue(call, refused);
+  if (refused) {
+    // A time already in the queue: the call never runs. It is freed rather than kept for ever;
+    // once off our list, nothing else can reach it.
+    removeCall(call);
+    delete call;
+  }
   if (queued >= 100 && queued % 10 == 0) ZQ_LOG(Log::Warning, "zq::CallOwner::asyncCall", queued << " calls in queue");
 }
 
@@ -174,9 +172,9 @@ bool CallOwner::addCall(Call* call) {
   return true;
 }
 
-std::size_t CallOwner::addToQueue(Call* call) {
+std::size_t CallOwner::addToQueue(Call* call, bool& refused) {
   std::lock_guard<std::mutex> lock(sm_Mutex);
-  if (!sm_Calls.insert(call).second) refusedCalls().push_back(call);
+  refused = !sm_Calls.insert(call).second;
   if (CallThread* thread = sm_Thread.load()) {
     thread->wakeUp();
   } else {

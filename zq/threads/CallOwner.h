@@ -80,7 +80,8 @@ class ZQ_API CallOwner {
   // Queues `function` for now plus `delay`. Dropped in silence once the owner is closed.
   virtual void asyncCall(const std::function<void()>& function, const std::chrono::nanoseconds& delay);
   // Queues `function` for `applyTime`. A time already in the queue is refused in silence: that
-  // call never runs and is never freed. A time in the past runs at the thread's next turn.
+  // call never runs. Made safe: it is freed at once rather than never. A time in the past runs
+  // at the thread's next turn.
   void asyncCall(const std::function<void()>& function, const time_point& applyTime);
   // Queues `function` `delay` behind the last queued call (or `delay` from now when the queue
   // is empty), but no later than now plus `maxDelay`; nanoseconds::max() means no limit.
@@ -108,7 +109,8 @@ class ZQ_API CallOwner {
   CallOwner& operator=(const CallOwner&);
 
   bool addCall(Call* call);
-  static std::size_t addToQueue(Call* call);
+  // The queue's size after the attempt; `refused` when the call's time was already there.
+  static std::size_t addToQueue(Call* call, bool& refused);
   static time_point getLastCallTime();
 
   std::mutex m_mutex;

@@ -65,7 +65,16 @@ std::size_t Base64::calcEncodedLength(std::size_t size, int flags) {
 std::size_t Base64::calcDencodedLength(const char* text, std::size_t length) {
   if (text == nullptr) return 0;
   std::size_t n = (length / 4) * 3 + length % 4;
-  for (std::size_t i = length; i > 0 && text[i - 1] == '=' && n > 0; --i) --n;
+  std::size_t padding = 0;
+  for (std::size_t i = length; i > 0 && text[i - 1] == '=' && n > 0; --i, --n) ++padding;
+  // Up to two "=" the count stays above what decode writes; past them it can fall below it
+  // ("ZAm8====" counts 2 and decodes to 3), and a buffer sized by it would overflow.
+  if (padding > 2) {
+    const auto* in = reinterpret_cast<const unsigned char*>(text);
+    std::size_t alphabet = 0;
+    for (std::size_t i = 0; i < length; ++i) alphabet += (kDecode3[in[i]] & kForeign) == 0 ? 1 : 0;
+    n = std::max(n, alphabet * 6 / 8);
+  }
   return n;
 }
 

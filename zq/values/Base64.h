@@ -26,7 +26,8 @@ class ZQ_API Base64 {
   // A buffer size for encode, with room to spare in some cases; not the exact output length.
   static std::size_t calcEncodedLength(std::size_t size, int flags = 0);
   // An upper bound of what decode writes for `text`: line breaks are counted as data and each
-  // "=" at the end lowers it by one (never below 0). 0 for a null text.
+  // "=" at the end lowers it by one (never below 0). 0 for a null text. Made safe: never below
+  // what decode writes, which more than two "=" could otherwise bring it under.
   static std::size_t calcDencodedLength(const char* text, std::size_t length);
 
   // Encodes `size` bytes into `out` and returns the count of characters written; no NUL is
