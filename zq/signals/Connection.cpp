@@ -198,15 +198,14 @@ boost::asio::io_service* ConnectionImplCpp::defaultRunLoop() {
   loop = s_defaultRunLoop.load(std::memory_order_relaxed);
   if (loop == nullptr) {
     loop = new boost::asio::io_service(10);
-    s_defaultRunLoop.store(loop, std::memory_order_release);
     try {
       boost::thread([loop]() mutable { defaultRunLoop_main(loop, true); }).detach();
     } catch (...) {
-      // Another thread may already have posted to the service: it is left to leak rather
-      // than deleted under that thread.
-      s_defaultRunLoop.store(nullptr, std::memory_order_release);
+      // Published only once its thread runs, so no one else has seen it: freed, not leaked.
+      delete loop;
       throw;
     }
+    s_defaultRunLoop.store(loop, std::memory_order_release);
   }
   return loop;
 }
