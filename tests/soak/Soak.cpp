@@ -182,15 +182,18 @@ TEST(Soak, SignalsAndDeferredCallsUnderLoad) {
     ASSERT_TRUE(lane.source.forward(Source::reading, lane.target.getPtr()));
 
     std::vector<std::unique_ptr<ChurnSlot>> churnSlots;
+    churnSlots.reserve(4);
     for (int i = 0; i < 4; ++i) {
       churnSlots.push_back(std::make_unique<ChurnSlot>());
       churnSlots.back()->source = std::make_shared<Source>();
     }
     std::vector<std::unique_ptr<OwnerSlot>> owners;
+    owners.reserve(6);
     for (int i = 0; i < 6; ++i) owners.push_back(std::make_unique<OwnerSlot>());
 
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
+    threads.reserve(10);
     unsigned seed = 1;
     for (int i = 0; i < 2; ++i)
       threads.emplace_back(stableEmitter, std::ref(lane), std::cref(stop), std::ref(ledger), seed++);

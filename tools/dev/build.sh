@@ -2,7 +2,8 @@
 # Sets up a Debian 12 machine for zq and builds it.
 #   tools/dev/build.sh demo   build (release) and run the demonstration program
 #   tools/dev/build.sh test   lint, then build (warnings as errors) and pass every test: dev preset,
-#                             then asan, then tsan
+#                             then asan, then tsan, then a short run of every fuzz target (fuzz
+#                             preset, clang; fuzz/run.sh runs them longer)
 # Missing Debian packages are installed with apt-get first; nothing is installed when all is there.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -46,6 +47,7 @@ case "${1:-}" in
     run_preset dev
     run_preset asan
     run_preset tsan
+    run_preset fuzz
     ;;
   *)
     echo "usage: $0 demo|test" >&2
