@@ -262,8 +262,9 @@ void ConnectionImplForward::print_debug_info(std::ostream& os) const {
   {
     SharedCountPtrGuard guard(m_target);
     if (guard.isProtected()) {
-      print_type(os, typeid(*m_target.get())) << "@";
-      print_address(os, m_target.get());
+      const SignalPublisher* target = m_target.get();
+      print_type(os, typeid(*target)) << "@";
+      print_address(os, target);
     }
   }
   os << "::" << m_slot;
