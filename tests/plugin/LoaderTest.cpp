@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -85,6 +87,22 @@ TEST(LoaderLibrariesTest, LoadAndLookUpWithExactFailureTexts) {
   EXPECT_EQ(error.rfind("Error getting function \"enumeratePluginComponents\": ", 0), 0u) << error;
   EXPECT_NE(error.find("undefined symbol: enumeratePluginComponents"), std::string::npos) << error;
   Loader::unloadSharedLibrary(*handle);
+  Loader::destroyHandle(handle);
+}
+
+// The system's loader maps a cut-off ELF file's segments past its end; touching them raised
+// SIGBUS in the whole process. (A cut that only loses sections behind the segments still loads.)
+TEST(LoaderLibrariesTest, CutOffLibraryIsRefusedInsteadOfMapped) {
+  zqtest::ScratchFolder scratch;
+  std::ifstream whole(zqtest::pluginPool() / "DupA.so", std::ios::binary);
+  const std::string elf((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
+  Loader::SharedLibraryHandle* handle = Loader::createHandle();
+  for (std::size_t size : {1000, 20000, 60000}) {  // all inside the loadable segments
+    const fs::path cut = scratch.path / ("Cut" + std::to_string(size) + ".so");
+    std::ofstream(cut, std::ios::binary) << elf.substr(0, size);
+    EXPECT_EQ(errorOf([&] { Loader::loadSharedLibrary(*handle, wide(cut)); }),
+              "Error loading shared library \"" + cut.string() + "\" : " + cut.string() + ": file too short");
+  }
   Loader::destroyHandle(handle);
 }
 
@@ -193,9 +211,10 @@ TEST_F(LoaderTest, ConcurrentFirstUseMakesOneInstance) {
 class LoaderProcessTest : public ::testing::Test {
  protected:
   LoaderProcessTest() { fs::copy_file(zqtest::pluginPool() / "zq_plugin_probe", probe); }
-  Lines run() {
-    const zq::test::ChildResult result = zq::test::runChild({probe.string()});
-    EXPECT_EQ(result.exitCode, 0) << result.output;
+  Lines run(bool unprivileged = false) {
+    const std::vector<std::string> argv = {probe.string()};
+    const zq::test::ChildResult result = zq::test::runChild(unprivileged ? zq::test::asUnprivileged(argv) : argv);
+    EXPECT_EQ(result.exitCode, 0) << result.output << " signal " << result.signal << " timed out " << result.timedOut;
     Lines lines;
     std::istringstream in(result.output);
     for (std::string line; std::getline(in, line);) lines.push_back(line);
@@ -229,6 +248,43 @@ TEST_F(LoaderProcessTest, FirstPackKeepsASharedComponentName) {
                                     // only it is told the language.
                                     {"components: DupA/dup.Same=fr DupB/dup.Same="});
   EXPECT_EQ(zqtest::matched(run(), expected), expected);
+}
+
+// Files that break binding in every way the system can: unreadable, cut-off or garbled ELF, and
+// a pack that disappears after it was listed. Each is logged and binding goes on.
+TEST_F(LoaderProcessTest, BadFilesAndAVanishingPackAreLoggedAndBindingGoesOn) {
+  const fs::perms open = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec | fs::perms::others_read |
+                         fs::perms::others_exec;
+  fs::permissions(scratch.path, open);
+  fs::create_directory(plugIns);
+  fs::permissions(plugIns, fs::perms::all);  // the remover, unprivileged, deletes in it
+  std::ifstream packFile(zqtest::pluginPool() / "DupA.so", std::ios::binary);
+  const std::string elf((std::istreambuf_iterator<char>(packFile)), std::istreambuf_iterator<char>());
+  std::ofstream(plugIns / "Broken.so", std::ios::binary) << elf.substr(0, 1000);
+  std::ofstream(plugIns / "Garbage.so", std::ios::binary) << elf.substr(0, 4) << std::string(4000, '\x5a');
+  fs::copy_file(zqtest::pluginPool() / "DupA.so", plugIns / "Private.so");
+  fs::permissions(plugIns / "Private.so", fs::perms::none);
+  fs::copy_file(zqtest::pluginPool() / "Remover.so", plugIns / "Eraser.so");
+  fs::copy_file(zqtest::pluginPool() / "DupB.so", plugIns / "Gone.so");
+  // The child inherits it; no other thread of this test reads the environment.
+  ::setenv("ZQ_TEST_REMOVE_PACK", (plugIns / "Gone.so").c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  const Lines lines = run(true);
+  ::unsetenv("ZQ_TEST_REMOVE_PACK");  // NOLINT(concurrency-mt-unsafe)
+
+  auto refused = [&](const char* pack) {
+    return Lines{loading(plugIns / pack), kBind + "Plugin loader (exception): Error loading shared library \"" +
+                                              (plugIns / pack).string() + "\" : ..."};
+  };
+  // In name order; no name ends in "d.so", which would make it a debug build.
+  Lines steps = refused("Broken.so");
+  steps.insert(steps.end(), {loading(plugIns / "Eraser.so"), creating("remover.Component")});
+  for (const char* pack : {"Garbage.so", "Gone.so", "Private.so"}) {
+    const Lines more = refused(pack);
+    steps.insert(steps.end(), more.begin(), more.end());
+  }
+  const Lines expected = bindingLog(plugIns, steps, {"components: Remover/remover.Component=fr"});
+  EXPECT_EQ(zqtest::matched(lines, expected), expected);
+  EXPECT_FALSE(fs::exists(plugIns / "Gone.so"));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -377,6 +378,33 @@ TEST(SignalPublisherStressTest, ConnectDisconnectAndEmitFromManyThreads) {
   for (std::thread& t : threads) t.join();
   EXPECT_GT(calls.load(), 0);
   for (Station& p : publishers) EXPECT_EQ(0u, p.countConnected("reading", nullptr, ""));
+}
+
+// Threads that emitted on a new publisher at once each made its guarded record and assigned it
+// while the others read it: a data race, and slots that saw records other than the publisher's.
+TEST(SignalPublisherTest, ThreadsEmittingOnANewPublisherAtOnceShareOneRecord) {
+  for (int round = 0; round < 100; ++round) {
+    Station station;
+    std::mutex seenMutex;
+    std::vector<const void*> seen;
+    station.connect(Station::tick, [&] {
+      const void* record = SignalPublisher::currentPublisher().getCounter();
+      std::lock_guard<std::mutex> lock(seenMutex);
+      seen.push_back(record);
+    });
+    std::atomic<int> ready(0);
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int i = 0; i < 4; ++i)
+      threads.emplace_back([&] {
+        ++ready;
+        while (ready.load() < 4) std::this_thread::yield();
+        station.emit(Station::tick);
+      });
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_EQ(4u, seen.size());
+    for (const void* record : seen) EXPECT_EQ(station.getPtr().getCounter(), record) << "round " << round;
+  }
 }
 
 }  // namespace

@@ -41,6 +41,10 @@ struct ProgramResult {
 // has a session of its own, so it has no terminal to ask anything of.
 ProgramResult runProgram(const std::vector<std::string>& argv, const ProgramRun& run = ProgramRun());
 
+// `argv` run as the unprivileged user "nobody" when the tests run as root (through setpriv), so
+// that file permissions and RLIMIT_NPROC bind the child; unchanged otherwise.
+std::vector<std::string> asUnprivileged(std::vector<std::string> argv);
+
 // The path of the running test program, for tests that re-run it with a filter.
 std::string selfExecutable();
 

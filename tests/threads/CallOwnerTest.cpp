@@ -54,6 +54,21 @@ TEST_F(CallTest, AppendPlacesBehindTheLastCallOrWithinTheLimitAndTheSameTimeIsRe
   EXPECT_TRUE(watch.expired()) << "a refused call is freed at once";
 }
 
+// A refused call used to stay allocated for good, with whatever its function held.
+TEST_F(CallTest, ARefusedCallNeverRunsAndIsFreedAtOnce) {
+  CallOwner owner;
+  const Call::time_point at = Clock::now() + 1h;
+  owner.asyncCall([] {}, at);
+  auto held = std::make_shared<int>(0);
+  std::atomic<bool> ran(false);
+  owner.asyncCall([held, &ran] { ran = true; }, at);
+  EXPECT_EQ(1, held.use_count()) << "the refused call's function was not freed";
+  EXPECT_EQ(1u, queueSize());
+  owner.cancelCalls(false);  // must not touch the freed call
+  owner.asyncCall([&ran] { ran = true; }, 0ns);
+  ASSERT_TRUE(waitFor([&] { return ran.load(); }));
+}
+
 TEST_F(CallTest, CancelKeepsTheOwnerOpenUnlessClosedForGood) {
   CallOwner owner;
   std::atomic<int> far(0), afterCancel(0), afterClose(0);

@@ -2,12 +2,13 @@
 # Sets up a Debian 12 machine for zq and builds it.
 #   tools/dev/build.sh demo   build (release) and run the demonstration program
 #   tools/dev/build.sh test   lint, then build (warnings as errors) and pass every test: dev preset,
-#                             then asan, then tsan
+#                             then asan, then tsan, then a short run of every fuzz target (fuzz
+#                             preset, clang; fuzz/run.sh runs them longer)
 # Missing Debian packages are installed with apt-get first; nothing is installed when all is there.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
-packages=(cmake ninja-build g++ pkg-config clang clang-tidy clang-format
+packages=(cmake ninja-build g++ pkg-config clang libclang-rt-14-dev clang-tidy clang-format
   libboost-dev libboost-thread-dev libboost-system-dev libboost-date-time-dev
   libboost-filesystem-dev libboost-regex-dev libboost-iostreams-dev
   libssl-dev openssl libcrypt-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev libcurl4-openssl-dev)
@@ -46,6 +47,7 @@ case "${1:-}" in
     run_preset dev
     run_preset asan
     run_preset tsan
+    run_preset fuzz
     ;;
   *)
     echo "usage: $0 demo|test" >&2

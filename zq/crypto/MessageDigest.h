@@ -28,7 +28,8 @@ namespace crypto {
 // An object is used by one thread at a time; the static members are thread-safe.
 class ZQ_API MessageDigest {
  public:
-  enum Algorithm {
+  // A fixed underlying type: PBKDF2 values travel in this type too, beyond the named ones.
+  enum Algorithm : int {
     MD0 = 0,
     MD4 = 1,
     MD5 = 2,

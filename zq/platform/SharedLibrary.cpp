@@ -4,11 +4,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
 #include <dirent.h>
 #include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zq {
@@ -34,6 +38,35 @@ std::size_t sequenceLength(unsigned char lead) {
   return 0;
 }
 
+// Whether every loadable segment of an ELF file lies within the file. The system's loader maps
+// segments by their headers without comparing them with the file's size, and touching a page
+// past the end of a cut-off file (a copy broken off, a disk that filled) raises SIGBUS in the
+// whole process. Anything but a native 64-bit ELF file, or one that can't be read, passes here:
+// the loader's own checks and messages take it from there.
+bool segmentsWithinFile(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return true;
+  struct stat info {};
+  Elf64_Ehdr header{};
+  bool whole = true;
+  if (::fstat(fd, &info) == 0 && ::pread(fd, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) &&
+      std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 && header.e_ident[EI_CLASS] == ELFCLASS64 &&
+      header.e_phentsize == sizeof(Elf64_Phdr)) {
+    const auto size = static_cast<std::uint64_t>(info.st_size);
+    const std::uint64_t tableEnd = header.e_phoff + std::uint64_t{header.e_phnum} * sizeof(Elf64_Phdr);
+    whole = header.e_phoff <= size && tableEnd <= size;
+    for (std::uint16_t i = 0; whole && i < header.e_phnum; ++i) {
+      Elf64_Phdr segment{};
+      whole = ::pread(fd, &segment, sizeof segment, static_cast<off_t>(header.e_phoff + i * sizeof segment)) ==
+              static_cast<ssize_t>(sizeof segment);
+      if (whole && segment.p_type == PT_LOAD)
+        whole = segment.p_offset <= size && segment.p_filesz <= size - segment.p_offset;
+    }
+  }
+  ::close(fd);
+  return whole;
+}
+
 }  // namespace
 
 void* openLibrary(const std::wstring& path, std::string& o_error) {
@@ -42,7 +75,12 @@ void* openLibrary(const std::wstring& path, std::string& o_error) {
     o_error = "empty path";
     return nullptr;
   }
-  void* library = ::dlopen(nativePath(path).c_str(), RTLD_NOW);
+  const std::string native = nativePath(path);
+  if (!segmentsWithinFile(native)) {
+    o_error = native + ": file too short";
+    return nullptr;
+  }
+  void* library = ::dlopen(native.c_str(), RTLD_NOW);
   if (!library) o_error = lastLoaderError();
   return library;
 }

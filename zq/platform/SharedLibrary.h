@@ -8,7 +8,9 @@ namespace zq {
 namespace platform {
 
 // Opens the library at exactly `path`, resolving all its symbols now. Null on failure, with
-// the system's reason in o_error. An empty path fails rather than naming the program itself.
+// the system's reason in o_error. An empty path fails rather than naming the program itself,
+// and an ELF file cut off before its segments end fails ("file too short") rather than
+// crashing the process with SIGBUS.
 void* openLibrary(const std::wstring& path, std::string& o_error);
 // Drops one reference to the library; the system's result is of no use to callers.
 void closeLibrary(void* library);

@@ -200,15 +200,14 @@ boost::asio::io_service* ConnectionImplCpp::defaultRunLoop() {
   loop = s_defaultRunLoop.load(std::memory_order_relaxed);
   if (loop == nullptr) {
     loop = new boost::asio::io_service(10);
-    s_defaultRunLoop.store(loop, std::memory_order_release);
     try {
       boost::thread([loop]() mutable { defaultRunLoop_main(loop, true); }).detach();
     } catch (...) {
-      // Another thread may already have posted to the service: it is left to leak rather
-      // than deleted under that thread.
-      s_defaultRunLoop.store(nullptr, std::memory_order_release);
+      // Published only once its thread runs, so no one else has seen it: freed, not leaked.
+      delete loop;
       throw;
     }
+    s_defaultRunLoop.store(loop, std::memory_order_release);
   }
   return loop;
 }
@@ -265,8 +264,9 @@ void ConnectionImplForward::print_debug_info(std::ostream& os) const {
   {
     SharedCountPtrGuard guard(m_target);
     if (guard.isProtected()) {
-      print_type(os, typeid(*m_target.get())) << "@";
-      print_address(os, m_target.get());
+      const SignalPublisher* target = m_target.get();
+      print_type(os, typeid(*target)) << "@";
+      print_address(os, target);
     }
   }
   os << "::" << m_slot;

@@ -8,6 +8,7 @@
 #include <boost/container/small_vector.hpp>
 
 #include <cstring>
+#include <mutex>
 #include <typeinfo>
 
 namespace zq {
@@ -298,7 +299,7 @@ short SignalPublisher::emitSignal(const char* signal, std::shared_ptr<ArgumentVe
 
 short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<ArgumentVector>& args, float delay) const {
   // The record is made here even if nothing is connected.
-  const GuardedPtr<SignalPublisher>& self = m_self.getCounter() != nullptr ? m_self : getPtr();
+  const GuardedPtr<SignalPublisher>& self = getPtr();
   return emitWith(
       name,
       [&](CallStackFrame& frame) {
@@ -408,8 +409,14 @@ void SignalPublisher::cleanUp() {
 }
 
 GuardedPtr<SignalPublisher>& SignalPublisher::getPtr() const {
-  // Two first callers may each make a record; the later assignment wins.
-  if (m_self.getCounter() == nullptr) m_self = GuardedPtr<SignalPublisher>(const_cast<SignalPublisher*>(this));
+  // Two first callers (two threads emitting on a new publisher) once both assigned m_self while
+  // the other read it; now one of them makes the record and the other waits for it.
+  if (!m_selfMade.load(std::memory_order_acquire)) {
+    static std::mutex making;
+    std::lock_guard<std::mutex> lock(making);
+    if (m_self.getCounter() == nullptr) m_self = GuardedPtr<SignalPublisher>(const_cast<SignalPublisher*>(this));
+    m_selfMade.store(true, std::memory_order_release);
+  }
   return m_self;
 }
 

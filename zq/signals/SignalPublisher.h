@@ -351,7 +351,8 @@ class ZQ_API SignalPublisher {
   // Emits "destroyed" if connected, then disconnects everything and ends the repeaters. Safe
   // to repeat.
   void cleanUp();
-  // This publisher's guarded pointer, made on first call.
+  // This publisher's guarded pointer, made on first call. Made safe: threads that emit on a new
+  // publisher at once share one record instead of racing to assign theirs.
   GuardedPtr<SignalPublisher>& getPtr() const;
   // Declares this object dead to its guarded pointers; call it before destruction begins.
   void resetPtr();
@@ -443,6 +444,7 @@ class ZQ_API SignalPublisher {
   std::unordered_map<std::string, SignalDeclaration> m_declarations;
   RepeaterList m_repeaters;  // under m_mutex; owns its records and their timers
   mutable GuardedPtr<SignalPublisher> m_self;
+  mutable std::atomic<bool> m_selfMade{false};  // m_self holds its record; set once, by getPtr
 };
 
 }  // namespace zq

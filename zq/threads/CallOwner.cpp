@@ -103,9 +103,18 @@ void CallOwner::asyncCall(const std::function<void()>& function, const time_poin
     return;
   }
   bool refused = false;
-  const std::size_t queued = addToQueue(call, refused);
+  std::size_t queued = 0;
+  try {
+    queued = addToQueue(call, refused);
+  } catch (...) {
+    // No call thread to run it: the call is not kept, so no owner is left listed in the queue.
+    removeCall(call);
+    delete call;
+    throw;
+  }
   if (refused) {
-    // Never in the queue, so no thread can reach it once the owner has let go of it.
+    // A time already in the queue: the call never runs. It is freed rather than kept for ever;
+    // once off our list, nothing else can reach it.
     removeCall(call);
     delete call;
   }
@@ -177,7 +186,12 @@ std::size_t CallOwner::addToQueue(Call* call, bool& o_refused) {
   if (CallThread* thread = sm_Thread.load()) {
     thread->wakeUp();
   } else {
-    sm_Thread.store(new CallThread());
+    try {
+      sm_Thread.store(new CallThread());
+    } catch (...) {
+      if (!o_refused) sm_Calls.erase(call);
+      throw;
+    }
   }
   return sm_Calls.size();
 }

@@ -78,6 +78,8 @@ class ZQ_API CallOwner {
   virtual ~CallOwner();
 
   // Queues `function` for now plus `delay`. Dropped in silence once the owner is closed.
+  // Throws std::system_error when the call thread can't be started; made safe: the call is
+  // then neither queued nor listed, instead of left in the queue with an owner that may die.
   virtual void asyncCall(const std::function<void()>& function, const std::chrono::nanoseconds& delay);
   // Queues `function` for `applyTime`. A time already in the queue is refused in silence: that
   // call never runs, and is freed at once. A time in the past runs at the thread's next turn.
