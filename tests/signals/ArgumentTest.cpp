@@ -77,7 +77,8 @@ TEST(ArgumentTest, CopiesStandOnTheirOwn) {
   auto array = std::make_unique<StringArrayArgument>(std::vector<std::string>{"a", "b"});
   StringArrayArgument arrayCopied(*array), arrayAssigned(1);
   arrayAssigned = *array;
-  arrayAssigned = arrayAssigned;
+  const StringArrayArgument& itself = arrayAssigned;
+  arrayAssigned = itself;
   text.reset();
   array.reset();
 

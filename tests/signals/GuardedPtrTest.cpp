@@ -38,7 +38,8 @@ TEST(GuardedPtrTest, CopiesAssignmentsResetsAndLocalFormsCountTheRecord) {
   SharedCount* recordB = b.getCounter();
   GuardedPtr<int> c;
   c = a;
-  c = c;
+  const GuardedPtr<int>& itself = c;
+  c = itself;
   EXPECT_EQ(2u, record->pointerCount());
   EXPECT_TRUE(a == c);
   c.reset(record);
