@@ -4,6 +4,8 @@
 
 #include <zq/crypto/SecureString.h>
 
+#include "tests/support/Hex.h"
+
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <boost/filesystem.hpp>
@@ -24,15 +26,7 @@ namespace test {
 
 using crypto::secure_string;
 
-inline std::string hex(const secure_string& bytes) {
-  std::string out;
-  char two[3];
-  for (unsigned char c : bytes) {
-    std::snprintf(two, sizeof two, "%02x", c);
-    out += two;
-  }
-  return out;
-}
+inline std::string hex(const secure_string& bytes) { return hexOf(bytes); }
 
 // `size` bytes that differ from run to run only by `seed`.
 inline secure_string bytesOf(std::size_t size, unsigned seed = 1) {

@@ -3,6 +3,8 @@
 #include <zq/signals/Argument.h>
 #include <zq/values/Base64.h>
 
+#include "tests/support/Hex.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -14,15 +16,7 @@ namespace {
 using zq::crypto::MessageDigest;
 using zq::crypto::secure_string;
 
-std::string hex(const secure_string& bytes) {
-  std::string out;
-  char two[3];
-  for (unsigned char c : bytes) {
-    std::snprintf(two, sizeof(two), "%02x", c);
-    out += two;
-  }
-  return out;
-}
+std::string hex(const secure_string& bytes) { return zq::test::hexOf(bytes); }
 
 std::string hashHex(int algorithm, const std::string& message) {
   MessageDigest md(static_cast<MessageDigest::Algorithm>(algorithm));

@@ -1,6 +1,7 @@
 #include <zq/crypto/MessageDigest.h>
 #include <zq/crypto/internal/CryptSetting.h>
 
+#include <tests/support/Hex.h>
 #include <tests/support/LogCapture.h>
 
 #include <crypt.h>
@@ -239,21 +240,12 @@ TEST(PasswordHash, OtherAlgorithmsAreNotImplemented) {
 
 // ---- PBKDF2 ----
 
-template <class Bytes>
-std::string hashHexOf(const Bytes& bytes) {
-  std::string out;
-  char two[3];
-  for (unsigned char c : bytes) {
-    std::snprintf(two, sizeof(two), "%02x", c);
-    out += two;
-  }
-  return out;
-}
+using zq::test::hexOf;
 
 std::string hashHex(const std::string& password, const std::string& salt, int iterations, int algorithm) {
-  return hashHexOf(MessageDigest::passwordHash(secure_string(password.data(), password.size()),
-                                               secure_string(salt.data(), salt.size()), iterations,
-                                               static_cast<MessageDigest::Algorithm>(algorithm)));
+  return hexOf(MessageDigest::passwordHash(secure_string(password.data(), password.size()),
+                                           secure_string(salt.data(), salt.size()), iterations,
+                                           static_cast<MessageDigest::Algorithm>(algorithm)));
 }
 
 TEST(PasswordHash, Pbkdf2PublishedVectors) {
@@ -284,7 +276,7 @@ TEST(PasswordHash, Pbkdf2EdgesAndDigests) {
     unsigned char out[64];
     PKCS5_PBKDF2_HMAC(p.data(), static_cast<int>(p.size()), reinterpret_cast<const unsigned char*>(s.data()),
                       static_cast<int>(s.size()), 3, md, 64, out);
-    return hashHexOf(out);
+    return hexOf(out);
   };
   EXPECT_EQ(reference("pw", "salt", EVP_md5()), hashHex("pw", "salt", 3, MessageDigest::MD5));
   EXPECT_EQ(reference("pw", "salt", EVP_sha512()), hashHex("pw", "salt", 3, MessageDigest::SHA512));

@@ -18,6 +18,24 @@ std::vector<std::string> asUnprivileged(std::vector<std::string> argv) {
   return argv;
 }
 
+namespace {
+
+// Waits for the child and records how it ended.
+template <class Result>
+void reap(pid_t pid, Result& result) {
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFEXITED(status)) {
+    result.exited = !result.timedOut;
+    result.exitCode = WEXITSTATUS(status);
+  } else if (WIFSIGNALED(status)) {
+    result.signal = WTERMSIG(status);
+  }
+}
+
+}  // namespace
+
 ChildResult runChild(const std::vector<std::string>& argv, const std::string& workingDirectory,
                      std::chrono::seconds timeout) {
   ChildResult result;
@@ -63,15 +81,7 @@ ChildResult runChild(const std::vector<std::string>& argv, const std::string& wo
   }
   ::close(pipeFds[0]);
 
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status)) {
-    result.exited = !result.timedOut;
-    result.exitCode = WEXITSTATUS(status);
-  } else if (WIFSIGNALED(status)) {
-    result.signal = WTERMSIG(status);
-  }
+  reap(pid, result);
   return result;
 }
 
@@ -154,15 +164,7 @@ ProgramResult runProgram(const std::vector<std::string>& argv, const ProgramRun&
     if (fd >= 0) ::close(fd);
   }
 
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status)) {
-    result.exited = !result.timedOut;
-    result.exitCode = WEXITSTATUS(status);
-  } else if (WIFSIGNALED(status)) {
-    result.signal = WTERMSIG(status);
-  }
+  reap(pid, result);
   return result;
 }
 
