@@ -5,11 +5,12 @@
 #include <zq/crypto/EncryptedStream.h>
 #include <zq/crypto/SecureFile.h>
 
+#include "tests/support/Hex.h"
+
 #include <benchmark/benchmark.h>
 #include <boost/filesystem.hpp>
 #include <boost/filesystem/fstream.hpp>
 
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -25,16 +26,6 @@ namespace fs = boost::filesystem;
 namespace crypto = zq::crypto;
 
 constexpr std::size_t kSize = std::size_t(256) << 20;
-
-std::string hex(const std::string& bytes) {
-  std::string out;
-  char two[3];
-  for (unsigned char c : bytes) {
-    std::snprintf(two, sizeof two, "%02x", c);
-    out += two;
-  }
-  return out;
-}
 
 std::string readAll(const fs::path& path) {
   fs::ifstream in(path, std::ios::binary);
@@ -59,7 +50,7 @@ struct Files {
   Files() : folder(base() / fs::unique_path("zq-aes-bench-%%%%%%%%")) {
     fs::create_directories(folder);
     key = crypto::randomKey(64);
-    hexKey = hex(std::string(key.data(), 32));
+    hexKey = zq::test::hexOf(std::string(key.data(), 32));
     std::vector<char> block(1 << 20);
     std::mt19937_64 gen(1);
     fs::ofstream out(plain, std::ios::binary);
@@ -71,7 +62,7 @@ struct Files {
     // Our form, and the same cipher text from the command under our vector.
     crypto::encrypt(plain, ours, key, nullptr);
     const std::string form = readAll(ours);
-    hexIv = hex(form.substr(0, 16));
+    hexIv = zq::test::hexOf(form.substr(0, 16));
     fs::ofstream(body, std::ios::binary) << form.substr(16);
     identical = run(openssl(false, plain, folder / "theirs")) && readAll(folder / "theirs") == form.substr(16);
     fs::remove(folder / "theirs");
