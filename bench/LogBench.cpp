@@ -42,7 +42,36 @@ void zqWrittenFlushed(benchmark::State& state) {
 }
 BENCHMARK(zqWrittenFlushed);
 
+// The process's own log, as a program uses it: one number per line, written and flushed.
+void zqFileLine(benchmark::State& state) {
+  zq::Log& log = zq::Log::instance();
+  log.setLogFile(zq::wconvert(kFile), true);
+  log.setLogLevel(zq::Log::Debug);
+  int i = 0;
+  for (auto _ : state) {
+    ++i;
+    ZQ_LOG(zq::Log::Message, "perf::fileLine", i);
+  }
+  log.closeLogFile();
+  std::remove(kFile.c_str());
+}
+BENCHMARK(zqFileLine);
+
 #ifdef ZQ_BENCH_HAVE_SPDLOG
+// spdlog at its defaults, flushing every line as the log does.
+void spdlogFileLine(benchmark::State& state) {
+  auto logger = spdlog::basic_logger_mt("fileLine", kPeerFile, true);
+  logger->flush_on(spdlog::level::trace);
+  int i = 0;
+  for (auto _ : state) {
+    ++i;
+    logger->info("{}", i);
+  }
+  spdlog::drop("fileLine");
+  std::remove(kPeerFile.c_str());
+}
+BENCHMARK(spdlogFileLine);
+
 std::shared_ptr<spdlog::logger> peer(const char* name) {
   auto logger = spdlog::basic_logger_mt(name, kPeerFile, true);
   // The same line shape: local time with milliseconds, level, function, body.
