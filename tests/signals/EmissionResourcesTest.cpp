@@ -14,7 +14,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <list>
+#include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -38,8 +41,6 @@ class Source : public Station {
 
 TEST(EmissionResourcesTest, AnEmissionLetsGoOfWhatItHeldAndReusedFramesCarryTheirOwnName) {
   Source source;
-  zq::SharedCount* record = source.getPtr().getCounter();
-  const auto pointersBefore = record->pointerCount();
   auto probe = std::make_shared<zq::test::Probe>(nullptr, "probe");
   std::weak_ptr<zq::test::Probe> watch = probe;
   source.connect("tock", probe, 1);
@@ -56,13 +57,76 @@ TEST(EmissionResourcesTest, AnEmissionLetsGoOfWhatItHeldAndReusedFramesCarryThei
   std::shared_ptr<zq::ArgumentVector> args = zq::makeArguments(1);
   EXPECT_EQ(2, source.emitSignal("tock", args));
   EXPECT_EQ(1, args.use_count()) << "the frame let go of the arguments";
-  EXPECT_EQ(pointersBefore, record->pointerCount()) << "the frames let go of the publisher's record";
   EXPECT_TRUE(watch.expired()) << "the snapshot and the frames let go of the disconnected connection";
   EXPECT_TRUE(SignalPublisher::callStack().empty());
 
   source.emit(Source::tack, 1);  // same length, other text
   source.emit("tock", 3);
   EXPECT_EQ((std::vector<std::string>{"tock", "tock", "tack", "tock"}), names);
+}
+
+// A thread keeps counts on the records of the publishers it emits for; however its frames end
+// (popped, left by a slot that threw, in a stack of the client's own), every count is given
+// back when the thread ends, also for publishers it turned away from.
+TEST(EmissionResourcesTest, AThreadGivesBackEveryPublisherCountItKept) {
+  constexpr int kPublishers = 7;  // more than a thread keeps
+  std::vector<std::unique_ptr<Source>> sources;
+  std::vector<zq::GuardedPtr<SignalPublisher>> watched;
+  for (int i = 0; i < kPublishers; ++i) {
+    sources.push_back(std::make_unique<Source>());
+    watched.push_back(sources.back()->getPtr());
+  }
+  std::vector<std::uint64_t> before;
+  for (const auto& ptr : watched) before.push_back(ptr.getCounter()->pointerCount());
+  std::vector<std::string> publishers;  // what the slots saw
+  for (int i = 0; i + 1 < kPublishers; ++i) {
+    Source& next = *sources[i + 1];
+    sources[i]->connect(Source::tock, [&next](int n) {
+      if (n > 0) next.emit(Source::tock, n - 1);
+    });
+  }
+  sources[0]->connect(Source::tack, [](int n) {
+    if (n == 0) throw std::runtime_error("left on the stack");
+  });
+  sources[1]->connect(Source::tack, [&](int) {
+    const zq::GuardedPtr<SignalPublisher> current = SignalPublisher::currentPublisher();
+    publishers.push_back(current == watched[1] ? "same" : "other");
+  });
+
+  std::thread([&] {
+    for (int round = 0; round < 50; ++round) {
+      sources[round % kPublishers]->emit(Source::tock, kPublishers);
+      sources[1]->emit(Source::tack, round);
+    }
+    EXPECT_THROW(sources[0]->emit(Source::tack, 0), std::runtime_error);
+    EXPECT_EQ(1u, SignalPublisher::callStack().size());
+    std::list<SignalPublisher::CallStackFrame> own;
+    std::list<SignalPublisher::CallStackFrame>* previous = SignalPublisher::swapStack(&own);
+    sources[2]->emit(Source::tock, 3);
+    EXPECT_THROW(sources[0]->emit(Source::tack, 0), std::runtime_error);
+    SignalPublisher::swapStack(previous);
+    own.clear();
+  }).join();
+
+  EXPECT_EQ(std::vector<std::string>(50, "same"), publishers);
+  for (int i = 0; i < kPublishers; ++i)
+    EXPECT_EQ(before[i], watched[i].getCounter()->pointerCount()) << "publisher " << i;
+}
+
+// A slot that destroys its publisher still finds the publisher's record on its frame.
+TEST(EmissionResourcesTest, APublisherDestroyedByItsSlotLeavesItsRecordToTheEmission) {
+  zq::GuardedPtr<SignalPublisher> seen;
+  std::thread([&] {
+    auto* source = new Source();
+    source->connect(Source::tock, [&](int) {
+      delete source;
+      seen = SignalPublisher::currentPublisher();
+    });
+    source->emit(Source::tock, 1);
+    EXPECT_TRUE(seen.getCounter() != nullptr);
+    EXPECT_TRUE(seen.getCounter()->isDestroyed());
+  }).join();
+  EXPECT_EQ(1u, seen.getCounter()->pointerCount()) << "only the test's own pointer is left";
 }
 
 // A typed emission may hand its argument block to the thread's next one: only when nobody

@@ -3,6 +3,7 @@
 #include <zq/platform/Demangle.h>
 #include <zq/platform/Utf8.h>
 #include <zq/signals/SignalPublisher.h>
+#include <zq/signals/internal/SignalMemory.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -55,6 +56,12 @@ std::ostream& printString(std::ostream& os, const std::string& text) {
 // ---- Argument ---------------------------------------------------------------------------
 
 bool Argument::isa(const TypePair& type) const { return SignalPublisher::matchesType(type, m_type); }
+
+void* Argument::operator new(std::size_t size) { return internal::allocateSignalMemory(size); }
+
+void Argument::operator delete(void* argument, std::size_t size) noexcept {
+  internal::freeSignalMemory(argument, size);
+}
 
 // ---- StringArgument ---------------------------------------------------------------------
 

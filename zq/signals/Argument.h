@@ -18,6 +18,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <ostream>
 #include <string>
 #include <type_traits>
@@ -50,6 +51,16 @@ struct ZQ_API Argument {
   // Whether this argument's type matches `type` (either name of one equals either of the other).
   virtual bool isa(const TypePair& type) const;
   virtual std::ostream& print(std::ostream& os) const = 0;
+
+  // Arguments come and go with emissions, often freed on another thread than the one that
+  // made them: their memory comes from the signal system's per-thread stores.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* argument, std::size_t size) noexcept;
+  // Over-aligned values take the global forms.
+  static void* operator new(std::size_t size, std::align_val_t alignment) { return ::operator new(size, alignment); }
+  static void operator delete(void* argument, std::size_t size, std::align_val_t alignment) noexcept {
+    ::operator delete(argument, size, alignment);
+  }
 
   TypePair m_type;
   void* m_data;         // the value, or the first of an array

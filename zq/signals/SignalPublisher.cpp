@@ -302,8 +302,8 @@ short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<Argument
   const GuardedPtr<SignalPublisher>& self = getPtr();
   return emitWith(
       name,
-      [&](CallStackFrame& frame) {
-        internal::LocalPtr::assign(frame.publisher, self);
+      [&](internal::ThreadFrames& thread, CallStackFrame& frame) {
+        thread.counts.lend(frame.publisher, self);
         if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
         frame.args = std::move(args);
         frame.delay = delay;
@@ -314,8 +314,8 @@ short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<Argument
 short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
   return emitWith(
       frame.signal,
-      [&](CallStackFrame& top) {
-        internal::LocalPtr::assign(top.publisher, frame.publisher);
+      [&](internal::ThreadFrames& thread, CallStackFrame& top) {
+        thread.counts.lend(top.publisher, frame.publisher);
         top.signal = frame.signal;
         top.args = frame.args;
         top.delay = frame.delay;
@@ -339,7 +339,7 @@ short SignalPublisher::emitWith(std::string_view signal, FillFrame fill, EmptyFr
   internal::ThreadFrames& thread = internal::threadFrames();
   std::list<CallStackFrame>& stack = thread.stack();
   CallStackFrame& top = thread.push(stack);
-  fill(top);
+  fill(thread, top);
   unsigned short count = 0;
   for (std::shared_ptr<ConnectionImpl>& connection : connections) {
     // Tested afresh each time: an earlier slot or another thread may have disconnected it.

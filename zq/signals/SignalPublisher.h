@@ -419,7 +419,7 @@ class ZQ_API SignalPublisher {
       return emitNamed(signal, args.args(), delay);
     }
   }
-  // The emission of `signal`; `fill(frame)` fills the frame pushed on the stack once something
+  // The emission of `signal`; `fill(thread, frame)` fills the frame pushed on the stack once something
   // is found connected, `empty(frame)` may take back what it lent before the frame is popped.
   template <class FillFrame, class EmptyFrame>
   short emitWith(std::string_view signal, FillFrame fill, EmptyFrame empty) const;

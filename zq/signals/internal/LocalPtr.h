@@ -11,6 +11,7 @@
 #include <cstdint>
 
 namespace zq {
+class SignalPublisher;
 namespace internal {
 
 struct LocalPtr {
@@ -29,6 +30,19 @@ struct LocalPtr {
     to.m_object.store(from.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
   }
 
+  // `to` (null) = `from` with a count the caller has already taken.
+  template <class T>
+  static void adopt(GuardedPtr<T>& to, const GuardedPtr<T>& from) {
+    to.setCounterNoLock(from.getCounter());
+    to.m_object.store(from.m_object.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+  // Empties `ptr` without letting go of its count, which the caller takes over.
+  template <class T>
+  static void forget(GuardedPtr<T>& ptr) {
+    ptr.setCounterNoLock(nullptr);
+    ptr.m_object.store(nullptr, std::memory_order_relaxed);
+  }
+
   template <class T>
   static void reset(GuardedPtr<T>& ptr) {
     SharedCount* counter = ptr.getCounter();
@@ -43,6 +57,19 @@ struct LocalPtr {
   static void swap(GuardedPtr<T>& a, GuardedPtr<T>& b) {
     a.swapNoLock(b);
     b.m_object.store(a.m_object.exchange(b.get(), std::memory_order_relaxed), std::memory_order_relaxed);
+  }
+
+  // `n` counts more, or fewer, for a holder that has a count on `record` beside them.
+  static void addPointers(SharedCount& record, std::uint64_t n) {
+    record.m_pointerCount.fetch_add(n, std::memory_order_relaxed);
+  }
+  static void dropPointers(SharedCount& record, std::uint64_t n) {
+    record.m_pointerCount.fetch_sub(n, std::memory_order_acq_rel);
+  }
+  // Lets go of one count on `record`, the holder's last: frees the record if it was its last.
+  static void dropPointer(SharedCount* record) {
+    GuardedPtr<SignalPublisher> last;
+    last.setCounterNoLock(record);
   }
 
   // The pointer count one up or down where it stays above zero, which decides nothing and
