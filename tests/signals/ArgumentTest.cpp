@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -43,6 +45,29 @@ TEST(ArgumentTest, VectorSlotsOwnershipAndPrinting) {
   expected << "ArgT int@";
   print_address(expected, (*args)[0]->m_data) << ",std::string 'seven',std::string[] ['a','b']";
   EXPECT_EQ(expected.str(), printed(*args));
+}
+
+// Arguments of every size and alignment, made on one thread and deleted on another, as the
+// vectors of queued emissions are.
+TEST(ArgumentTest, ArgumentsOfAnySizeAndAlignmentCrossThreads) {
+  struct alignas(64) Wide {
+    int value;
+  };
+  struct Large {
+    char bytes[4000];
+  };
+  std::vector<std::unique_ptr<zq::ArgumentVector>> made;
+  for (int i = 0; i < 100; ++i) {
+    auto* wide = new zq::GenericArgument<Wide>(Wide{i});
+    EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(wide->m_data) % 64);
+    made.push_back(std::make_unique<zq::ArgumentVector>(new zq::GenericArgument<int>(i), wide,
+                                                        new zq::GenericArgument<Large>(), new StringArgument("text")));
+  }
+  std::thread([&made] {
+    for (std::size_t i = 0; i < made.size(); ++i)
+      EXPECT_EQ(static_cast<int>(i), *zq::argument_cast<int>((*made[i])[0]));
+    made.clear();
+  }).join();
 }
 
 TEST(ArgumentTest, StringsShortenOnlyAbovePrecision32AndEveryWidthBecomesUtf8) {

@@ -77,6 +77,7 @@ TEST(EmissionResourcesTest, AThreadGivesBackEveryPublisherCountItKept) {
     watched.push_back(sources.back()->getPtr());
   }
   std::vector<std::uint64_t> before;
+  before.reserve(watched.size());
   for (const auto& ptr : watched) before.push_back(ptr.getCounter()->pointerCount());
   std::vector<std::string> publishers;  // what the slots saw
   for (int i = 0; i + 1 < kPublishers; ++i) {

@@ -58,8 +58,8 @@ struct ZQ_API Argument {
   static void operator delete(void* argument, std::size_t size) noexcept;
   // Over-aligned values take the global forms.
   static void* operator new(std::size_t size, std::align_val_t alignment) { return ::operator new(size, alignment); }
-  static void operator delete(void* argument, std::size_t size, std::align_val_t alignment) noexcept {
-    ::operator delete(argument, size, alignment);
+  static void operator delete(void* argument, std::align_val_t alignment) noexcept {
+    ::operator delete(argument, alignment);
   }
 
   TypePair m_type;
