@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <locale>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -257,36 +258,28 @@ namespace internal {
 LogLine::LogLine(Log& log, Log::ELevel level, const char* function) : m_stream(nullptr) {
   // The start of the line is built before the lock, so the mutex is held briefly, and on the
   // stack unless the function's name is very long.
-  constexpr std::size_t kLocalCapacity = 256;
-  wchar_t local[kLocalCapacity];
-  std::wstring longStart;
-  std::wstring_view start;
-  const std::size_t nameLength = function != nullptr ? std::strlen(function) : kLocalCapacity;
-  if (kPrefixCapacity + nameLength + 3 <= kLocalCapacity) {
-    wchar_t* p = local + formatPrefix(level, local);
-    *p++ = L'[';
-    if (nameLength != 0) {
-      const std::locale global;  // the conversion tconvert makes
-      std::use_facet<std::ctype<wchar_t>>(global).widen(function, function + nameLength, p);
-      p += nameLength;
-    }
-    *p++ = L']';
-    *p++ = L' ';
-    start = std::wstring_view(local, static_cast<std::size_t>(p - local));
-  } else {
-    log.pre(level, longStart);
-    longStart += L'[';
-    longStart += tconvert(function);
-    longStart += L"] ";
-    start = longStart;
+  if (function == nullptr) static_cast<void>(tconvert(function));  // fails as the conversion does
+  const std::size_t nameLength = function != nullptr ? std::strlen(function) : 0;
+  const std::size_t capacity = kPrefixCapacity + nameLength + 3;
+  wchar_t local[256];
+  std::unique_ptr<wchar_t[]> heap(capacity > std::size(local) ? new wchar_t[capacity] : nullptr);
+  wchar_t* const start = heap ? heap.get() : local;
+  wchar_t* p = start + formatPrefix(level, start);
+  *p++ = L'[';
+  if (nameLength != 0) {
+    const std::locale global;  // widened as tconvert does
+    std::use_facet<std::ctype<wchar_t>>(global).widen(function, function + nameLength, p);
+    p += nameLength;
   }
+  *p++ = L']';
+  *p++ = L' ';
   m_lock = std::unique_lock<std::mutex>(log.mutex());
   // Taken again under the mutex: setLogFile or closeLogFile may have deleted the stream the
   // statement saw.
   m_stream = log.getStream(level);
   if (m_stream == nullptr) return;
   m_flags = m_stream->flags();
-  *m_stream << start;
+  *m_stream << std::wstring_view(start, static_cast<std::size_t>(p - start));
 }
 
 LogLine::~LogLine() {
