@@ -9,11 +9,16 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
+#include <locale>
 #include <memory>
 #include <regex>
 #include <set>
+#include <sstream>
+#include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include <unistd.h>
 
@@ -136,6 +141,93 @@ TEST_F(LogTest, MillisecondsAlwaysHaveThreeDigitsAndMatchTheClock) {
     std::this_thread::sleep_for(std::chrono::microseconds(700));
   }
   EXPECT_TRUE(seen[0] && seen[1] && seen[2]);
+}
+
+// The stamp of every prefix lies between two readings of the clock taken around it, also
+// when a second rolls over between two lines of the same thread.
+TEST_F(LogTest, TimeStampFollowsTheClockAcrossSeconds) {
+  const auto stampOf = [](std::chrono::system_clock::time_point t) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(t);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y.%m.%d %H:%M:%S", &local);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(t.time_since_epoch()).count() % 1000;
+    char millis[8];
+    std::snprintf(millis, sizeof millis, ".%03d", static_cast<int>(ms));
+    return std::string(text, length) + millis;
+  };
+  std::set<std::string> secondsSeen;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (secondsSeen.size() < 3 && std::chrono::steady_clock::now() < deadline) {
+    const auto before = std::chrono::system_clock::now();
+    std::wstring prefix;
+    m_log.pre(Log::Critical, prefix);
+    const auto after = std::chrono::system_clock::now();
+    const std::string stamp = convert(prefix.substr(0, 23));
+    ASSERT_LE(stampOf(before), stamp);
+    ASSERT_GE(stampOf(after), stamp);
+    EXPECT_EQ(L" CRITICAL ", prefix.substr(23));
+    secondsSeen.insert(stamp.substr(0, 19));
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+  }
+  EXPECT_EQ(3u, secondsSeen.size());
+}
+
+TEST_F(LogTest, FunctionNamesOfAnyLengthAreWrittenWhole) {
+  std::wostringstream out;
+  m_log.setStream(Log::Message, &out, false);
+  for (const std::string& name : {std::string(), std::string("a::b"), std::string(240, 'f'), std::string(5000, 'g')}) {
+    out.str(L"");
+    ZQ_LOG_ON(m_log, Log::Message, name.c_str(), "body");
+    const std::string line = convert(out.str());
+    ASSERT_EQ(33u + name.size() + 8, line.size()) << name.size();
+    EXPECT_EQ("[" + name + "] body\n", line.substr(33)) << name.size();
+  }
+}
+
+// The log's file converts exactly as a plain wide file stream opened at the same moment:
+// under the C locale a character beyond ASCII fails the stream and silences it; under a
+// global UTF-8 locale it is encoded.
+TEST_F(LogTest, LogFileBytesAreThoseOfAPlainWideFileStream) {
+  const std::vector<std::wstring> bodies = {L"plain", std::wstring(L"nul\0inside", 10), std::wstring(10000, L'x'),
+                                            L"caf\u00E9", L"after"};
+  struct Case {
+    const char* locale;
+    const char* encoded;  // how the fourth body must come out, or null when the stream fails
+  } cases[] = {{"C", nullptr}, {"C.UTF-8", "caf\xC3\xA9"}};
+  const std::locale original;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.locale);
+    std::locale locale;
+    try {
+      locale = std::locale(c.locale);
+    } catch (const std::runtime_error&) {
+      continue;  // not installed here
+    }
+    std::locale::global(locale);
+    m_log.setLogFile(wpath("log.txt"), true);
+    {
+      std::wofstream reference(path("reference.txt"));  // closed by its destructor, which swallows a failed flush
+      for (const std::wstring& body : bodies) {
+        ZQ_LOG_ON(m_log, Log::Message, "zq::LogTest", body);
+        reference << L"[zq::LogTest] " << body << std::endl;
+      }
+    }
+    const bool failed = m_log.getStream(Log::Message)->fail();
+    m_log.closeLogFile();
+    std::locale::global(original);
+    EXPECT_EQ(c.encoded == nullptr, failed);
+
+    // The file without its prefixes is the reference byte for byte.
+    std::istringstream written(readFile(path("log.txt")));
+    std::string withoutPrefixes;
+    for (std::string line; std::getline(written, line);) withoutPrefixes += line.substr(33) + "\n";
+    const std::string expected = readFile(path("reference.txt"));
+    EXPECT_EQ(expected, withoutPrefixes);
+    EXPECT_EQ(0u, expected.find("[zq::LogTest] plain\n[zq::LogTest] nul" + std::string(1, '\0') + "inside\n"));
+    EXPECT_EQ(c.encoded != nullptr, expected.find(c.encoded != nullptr ? c.encoded : "after") != std::string::npos);
+  }
 }
 
 TEST_F(LogTest, LogFileTruncatesOrAppendsAndAnnouncesItsSuccessor) {
