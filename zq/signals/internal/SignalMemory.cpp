@@ -37,12 +37,13 @@ struct SharedBlocks {
   std::vector<void*> blocks;
 };
 
-// The store of blocks of `size` bytes, one of the two sizes kept.
+// The store of blocks of `size` bytes, one of the sizes kept.
 SharedBlocks& sharedBlocks(std::size_t size) {
   // Never destroyed: run loop threads still free blocks while the process's exit hooks run.
+  static SharedBlocks* const s_tiny = new SharedBlocks();
   static SharedBlocks* const s_small = new SharedBlocks();
   static SharedBlocks* const s_large = new SharedBlocks();
-  return size == SignalThread::kSmallBlock ? *s_small : *s_large;
+  return size == SignalThread::kTinyBlock ? *s_tiny : size == SignalThread::kSmallBlock ? *s_small : *s_large;
 }
 
 }  // namespace

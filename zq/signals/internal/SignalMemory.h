@@ -1,9 +1,10 @@
-// Memory for what emissions make and let go of at a high rate: argument blocks and the
-// handlers of queued and delayed deliveries. A block is often made on one thread and freed
-// on another (the emitter's, a run loop's); each thread keeps a few freed blocks of two sizes,
-// and threads trade them in batches through a shared store of each size, so that neither
-// malloc's locks nor a lock per block are paid. Larger requests go to operator new. Kept blocks are parked for the
-// address sanitizer, which so sees the same reuse as a release build.
+// Memory for what emissions make and let go of at a high rate: arguments, argument blocks and
+// the handlers of queued and delayed deliveries. A block is often made on one thread and freed
+// on another (the emitter's, a run loop's); each thread keeps a few freed blocks of three
+// sizes, and threads trade them in batches through a shared store of each size, so that
+// neither malloc's locks nor a lock per block are paid. Larger requests go to operator new.
+// Kept blocks are parked for the address sanitizer, which so sees the same reuse as a
+// release build.
 #pragma once
 
 #include <zq/Export.h>

@@ -44,16 +44,17 @@ struct ThreadBlocks {
 };
 
 struct SignalThread {
-  // Handlers and a few arguments; an argument space, or many arguments.
-  static constexpr std::size_t kSmallBlock = 256, kLargeBlock = 768;
+  // One argument made by hand; handlers and a few arguments; an argument space, or many
+  // arguments.
+  static constexpr std::size_t kTinyBlock = 64, kSmallBlock = 256, kLargeBlock = 768;
 
   // The kept blocks for `size` bytes, or null when no kept size is large enough.
   ThreadBlocks* blocksFor(std::size_t size) {
-    return size <= kSmallBlock ? &small : size <= kLargeBlock ? &large : nullptr;
+    return size <= kTinyBlock ? &tiny : size <= kSmallBlock ? &small : size <= kLargeBlock ? &large : nullptr;
   }
 
   // Members end in reverse order: the frames first, as what they let go of may free blocks.
-  ThreadBlocks small{kSmallBlock}, large{kLargeBlock};
+  ThreadBlocks tiny{kTinyBlock}, small{kSmallBlock}, large{kLargeBlock};
   std::shared_ptr<ArgumentVector> spareArguments;  // see spareArgumentSpace()
   ThreadFrames frames;
 };
