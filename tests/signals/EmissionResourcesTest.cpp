@@ -232,7 +232,8 @@ TEST(EmissionResourcesTest, QueuedArgumentsCrossThreadsIntactFromManyEmittersAnd
 }
 
 TEST(EmissionResourcesTest, SignalMemoryMadeOnOneThreadIsFreedOnAnotherAndReused) {
-  for (std::size_t size : {std::size_t(24), std::size_t(256), std::size_t(257), std::size_t(768), std::size_t(4096)}) {
+  for (std::size_t size : {std::size_t(24), std::size_t(64), std::size_t(65), std::size_t(256), std::size_t(257),
+                           std::size_t(768), std::size_t(4096)}) {
     std::vector<void*> blocks(500);
     std::thread([&] {
       for (std::size_t i = 0; i < blocks.size(); ++i) {
