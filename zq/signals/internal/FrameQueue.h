@@ -1,0 +1,88 @@
+// The frames queued for one run loop. Emitters append a copy of each frame; one handler at a
+// time, posted on the loop when the queue stops being empty, delivers what has gathered, in
+// order, and posts itself again while more comes. So a burst costs the loop one handler per
+// gathering instead of one per frame, and consecutive frames from one publisher's signal to
+// one connection share a single reference to the publisher's record and to the connection:
+// the emitter and the loop's thread no longer both count them for every message. A shared
+// reference goes as soon as the last frame that names it has been delivered, as a frame's
+// own would.
+//
+// Delivery keeps the loop's rules: a slot that stops the service is the last to run until it
+// is restarted; a slot's exception leaves run() with a handler still posted for the frames
+// behind it; a service destroyed with frames waiting destroys them uncalled. Slots of one
+// queue run one at a time, also on a service served by several threads.
+//
+// Thread-safe: post from any thread. Library-private.
+#pragma once
+
+#include <zq/signals/Connection.h>
+#include <zq/signals/internal/SpinLock.h>
+
+#include <boost/asio/io_service.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace zq {
+namespace internal {
+
+// Delivers `frame` to `slot` on this thread unless its connection is gone or disconnected:
+// the frame is swapped onto the call stack for the call and back. If the slot throws, the
+// frame stays on the stack, as a failed emission's does, and `frame` keeps a copy.
+void deliverFrame(CallStackFrame& frame, ConnectionImplCpp* slot);
+
+class FrameQueue : public boost::asio::io_service::service {
+ public:
+  static boost::asio::io_service::id id;
+
+  explicit FrameQueue(boost::asio::io_service& loop);
+  ~FrameQueue() override;
+  FrameQueue(const FrameQueue&) = delete;
+  FrameQueue& operator=(const FrameQueue&) = delete;
+
+  // The queue of `loop`, made on first use and destroyed with it.
+  static FrameQueue& of(boost::asio::io_service& loop) { return boost::asio::use_service<FrameQueue>(loop); }
+
+  // Queues a copy of `frame` for `slot`, which the frame's connection is.
+  void post(const CallStackFrame& frame, ConnectionImplCpp* slot);
+
+ private:
+  // What frames in a row share: the frame without its arguments, and how many wait on it.
+  struct Header {
+    CallStackFrame frame;
+    ConnectionImplCpp* slot;
+    std::size_t waiting;
+  };
+  struct Item {
+    std::shared_ptr<ArgumentVector> args;
+    std::size_t header;
+  };
+  struct Batch {
+    std::vector<Header> headers;
+    std::vector<Item> items;
+    // The header `frame` for `slot` can share, among the last few; `headers.size()` if none.
+    std::size_t find(const CallStackFrame& frame, const ConnectionImplCpp* slot) const;
+    void clear();
+  };
+
+  void shutdown() override;
+
+  // The posted handler's body.
+  void drain();
+  void deliver(Item& item);
+  // Posts the next drain if frames wait, and otherwise lets the next post do it.
+  void next();
+  void schedule();
+
+  SpinLock m_lock;
+  Batch m_pending;           // under m_lock
+  bool m_scheduled = false;  // under m_lock: a drain is posted or running
+  // The running drain's, handed from one drain to the next by the loop.
+  Batch m_draining;
+  std::size_t m_next = 0;  // the first item of m_draining not yet delivered
+};
+
+}  // namespace internal
+}  // namespace zq
