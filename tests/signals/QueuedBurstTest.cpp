@@ -188,6 +188,7 @@ TEST(QueuedBurstTest, FramesFromManyThreadsWhileTheLoopServesArriveOnceInEachThr
       zq::Queued, loop.service());
   loop.start();
   std::vector<std::thread> emitters;
+  emitters.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t)
     emitters.emplace_back([&, t] {
       for (int i = 0; i < kEach; ++i) station.emit(Station::reading, std::string(1, static_cast<char>('a' + t)), i);

@@ -28,6 +28,13 @@ void swapFrames(CallStackFrame& a, CallStackFrame& b) {
   a.connection.swap(b.connection);
 }
 
+// A delay by its bits: a slot may read it, and -0 is not 0 there.
+std::uint32_t bitsOf(float delay) {
+  std::uint32_t bits = 0;
+  std::memcpy(&bits, &delay, sizeof bits);
+  return bits;
+}
+
 // `to` = `from`, for frames of this thread only.
 void copyFrame(CallStackFrame& to, const CallStackFrame& from) {
   LocalPtr::assign(to.publisher, from.publisher);
@@ -67,11 +74,10 @@ std::size_t FrameQueue::Batch::find(const CallStackFrame& frame, const Connectio
   const std::size_t searched = headers.size() < kHeadersSearched ? headers.size() : kHeadersSearched;
   for (std::size_t i = headers.size(); i != headers.size() - searched;) {
     const Header& header = headers[--i];
-    // The delay by its bits: a slot may read it, and -0 is not 0 there.
     if (header.slot == slot && header.frame.connection == frame.connection &&
         header.frame.publisher.getCounter() == frame.publisher.getCounter() &&
-        header.frame.publisher.get() == frame.publisher.get() &&
-        std::memcmp(&header.frame.delay, &frame.delay, sizeof frame.delay) == 0 && header.frame.signal == frame.signal)
+        header.frame.publisher.get() == frame.publisher.get() && bitsOf(header.frame.delay) == bitsOf(frame.delay) &&
+        header.frame.signal == frame.signal)
       return i;
   }
   return headers.size();
