@@ -15,8 +15,8 @@ namespace {
 
 // Headers looked back on for one to share: two connections of one signal alternate.
 constexpr std::size_t kHeadersSearched = 4;
-// What a batch keeps of its storage between bursts.
-constexpr std::size_t kItemsKept = 4096;
+// Emptied chunks kept for the next burst, some 400 kB.
+constexpr std::size_t kChunksKept = 64;
 
 // Exchanges two frames' contents, both reachable from this thread only; no reference count
 // changes.
@@ -68,7 +68,10 @@ boost::asio::io_service::id FrameQueue::id;
 
 FrameQueue::FrameQueue(boost::asio::io_service& loop) : boost::asio::io_service::service(loop) {}
 
-FrameQueue::~FrameQueue() {}
+FrameQueue::~FrameQueue() {
+  shutdown();
+  while (m_spare != nullptr) delete std::exchange(m_spare, m_spare->next);
+}
 
 std::size_t FrameQueue::Batch::find(const CallStackFrame& frame, const ConnectionImplCpp* slot) const {
   const std::size_t searched = headers.size() < kHeadersSearched ? headers.size() : kHeadersSearched;
@@ -83,28 +86,49 @@ std::size_t FrameQueue::Batch::find(const CallStackFrame& frame, const Connectio
   return headers.size();
 }
 
-void FrameQueue::Batch::clear() {
-  items.clear();
-  headers.clear();
-  if (items.capacity() > kItemsKept) std::vector<Item>().swap(items);
-  if (headers.capacity() > kItemsKept) std::vector<Header>().swap(headers);
+FrameQueue::Chunk* FrameQueue::newChunk() {
+  if (m_spare == nullptr) return new Chunk();
+  --m_spares;
+  Chunk* chunk = std::exchange(m_spare, m_spare->next);
+  chunk->next = nullptr;
+  return chunk;
+}
+
+void FrameQueue::recycle(Chunk* chunk) noexcept {
+  chunk->count = 0;
+  if (m_spares == kChunksKept) {
+    delete chunk;
+    return;
+  }
+  ++m_spares;
+  chunk->next = m_spare;
+  m_spare = chunk;
 }
 
 void FrameQueue::post(const CallStackFrame& frame, ConnectionImplCpp* slot) {
   bool idle = false;
   {
     std::lock_guard<SpinLock> lock(m_lock);
-    std::size_t header = m_pending.find(frame, slot);
-    if (header == m_pending.headers.size()) {
-      m_pending.headers.push_back(Header{CallStackFrame(), slot, 0});
-      Header& added = m_pending.headers.back();
+    Batch& batch = m_pending;
+    const std::size_t header = batch.find(frame, slot);
+    if (header == batch.headers.size()) {
+      batch.headers.push_back(Header{CallStackFrame(), slot, 0});
+      Header& added = batch.headers.back();
       LocalPtr::assign(added.frame.publisher, frame.publisher);  // the emitter's own frame
       added.frame.signal = frame.signal;
       added.frame.delay = frame.delay;
       added.frame.connection = frame.connection;
     }
-    m_pending.items.push_back(Item{frame.args, header});
-    ++m_pending.headers[header].waiting;
+    if (batch.last == nullptr || batch.last->count == Chunk::kItems) {
+      Chunk* chunk = newChunk();
+      (batch.last != nullptr ? batch.last->next : batch.first) = chunk;
+      batch.last = chunk;
+    }
+    Item& item = batch.last->items[batch.last->count];
+    item.args = frame.args;
+    item.header = header;
+    ++batch.last->count;
+    ++batch.headers[header].waiting;
     idle = !m_scheduled;
     m_scheduled = true;
   }
@@ -123,8 +147,7 @@ void FrameQueue::schedule() {
 }
 
 void FrameQueue::drain() {
-  if (m_next == m_draining.items.size()) {
-    m_draining.clear();
+  if (m_draining.empty()) {
     m_next = 0;
     std::lock_guard<SpinLock> lock(m_lock);
     std::swap(m_pending, m_draining);
@@ -132,7 +155,11 @@ void FrameQueue::drain() {
   boost::asio::io_service& loop = get_io_context();
   try {
     // A slot that stops the loop is the last one delivered until it is restarted.
-    while (m_next != m_draining.items.size() && !loop.stopped()) deliver(m_draining.items[m_next++]);
+    while (!m_draining.empty() && !loop.stopped()) {
+      Chunk* chunk = m_draining.first;
+      deliver(chunk->items[m_next++]);
+      if (m_next == chunk->count) dropChunk();
+    }
   } catch (...) {
     next();  // the frames behind it stay posted, as their handlers would
     throw;
@@ -156,15 +183,39 @@ void FrameQueue::deliver(Item& item) {
   deliverFrame(header.frame, header.slot);
 }
 
+void FrameQueue::dropChunk() {
+  Chunk* chunk = m_draining.first;
+  m_next = 0;
+  m_draining.first = chunk->next;
+  if (m_draining.first == nullptr) {
+    m_draining.last = nullptr;
+    m_draining.headers.clear();
+  }
+  std::lock_guard<SpinLock> lock(m_lock);
+  recycle(chunk);
+}
+
 void FrameQueue::next() {
+  // After a slot that threw, its chunk may be delivered to the end.
+  if (!m_draining.empty() && m_next == m_draining.first->count) dropChunk();
   {
     std::lock_guard<SpinLock> lock(m_lock);
-    if (m_next == m_draining.items.size() && m_pending.items.empty()) {
+    if (m_draining.empty() && m_pending.empty()) {
       m_scheduled = false;
       return;
     }
   }
   schedule();
+}
+
+void FrameQueue::discard(Batch& batch) noexcept {
+  while (batch.first != nullptr) {
+    Chunk* chunk = std::exchange(batch.first, batch.first->next);
+    for (std::size_t i = 0; i != chunk->count; ++i) chunk->items[i].args.reset();
+    delete chunk;
+  }
+  batch.last = nullptr;
+  batch.headers.clear();
 }
 
 void FrameQueue::shutdown() {
@@ -174,7 +225,8 @@ void FrameQueue::shutdown() {
     std::lock_guard<SpinLock> lock(m_lock);
     std::swap(pending, m_pending);
   }
-  m_draining.clear();
+  discard(pending);
+  discard(m_draining);
   m_next = 0;
 }
 

@@ -21,7 +21,6 @@
 #include <boost/asio/io_service.hpp>
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -56,15 +55,23 @@ class FrameQueue : public boost::asio::io_service::service {
     std::size_t waiting;
   };
   struct Item {
-    std::shared_ptr<ArgumentVector> args;
+    std::shared_ptr<ArgumentVector> args;  // null but while the item waits
     std::size_t header;
+  };
+  // Items in blocks of a fixed size, so that a burst grows no array and frees no large block.
+  struct Chunk {
+    static constexpr std::size_t kItems = 255;
+    Item items[kItems];
+    std::size_t count = 0;
+    Chunk* next = nullptr;
   };
   struct Batch {
     std::vector<Header> headers;
-    std::vector<Item> items;
+    Chunk* first = nullptr;
+    Chunk* last = nullptr;
+    bool empty() const { return first == nullptr; }
     // The header `frame` for `slot` can share, among the last few; `headers.size()` if none.
     std::size_t find(const CallStackFrame& frame, const ConnectionImplCpp* slot) const;
-    void clear();
   };
 
   void shutdown() override;
@@ -72,16 +79,26 @@ class FrameQueue : public boost::asio::io_service::service {
   // The posted handler's body.
   void drain();
   void deliver(Item& item);
+  // Takes the delivered first chunk off m_draining.
+  void dropChunk();
   // Posts the next drain if frames wait, and otherwise lets the next post do it.
   void next();
   void schedule();
+  // An empty chunk, kept or new; and back to be kept, or freed. Under m_lock.
+  Chunk* newChunk();
+  void recycle(Chunk* chunk) noexcept;
+  // Drops what `batch` holds, delivered or not.
+  void discard(Batch& batch) noexcept;
 
   SpinLock m_lock;
   Batch m_pending;           // under m_lock
   bool m_scheduled = false;  // under m_lock: a drain is posted or running
-  // The running drain's, handed from one drain to the next by the loop.
+  Chunk* m_spare = nullptr;  // under m_lock: emptied chunks kept for reuse
+  std::size_t m_spares = 0;  // their number
+  // The running drain's, handed from one drain to the next by the loop: the batch and its
+  // first item not yet delivered.
   Batch m_draining;
-  std::size_t m_next = 0;  // the first item of m_draining not yet delivered
+  std::size_t m_next = 0;
 };
 
 }  // namespace internal
