@@ -130,19 +130,19 @@ TEST(QueuedBurstTest, AStopPartWayLeavesTheRestForTheNextRunAndAnEndedLoopDropsT
   auto arguments = zq::makeArguments(std::string("n"), 0);
   for (int i = 0; i < 600; ++i) station.emit(Station::reading, "n", i);
   for (int i = 0; i < 3; ++i) station.emitSignal("reading", arguments);
-  recorder.after = [&](const Seen& s) {  // frames are kept in blocks of 255
-    if (s.value == 2 || s.value == 254) loop->stop();
+  recorder.after = [&](const Seen& s) {  // frames are kept in blocks of 40
+    if (s.value == 2 || s.value == 239) loop->stop();
   };
   loop->run();
   ASSERT_EQ(3u, recorder.seen.size()) << "the slot that stops the loop is the last to run";
   loop->service()->restart();
   loop->run();
-  ASSERT_EQ(255u, recorder.seen.size());
-  for (int i = 0; i < 255; ++i) EXPECT_EQ(i, recorder.seen[i].value);
+  ASSERT_EQ(240u, recorder.seen.size());
+  for (int i = 0; i < 240; ++i) EXPECT_EQ(i, recorder.seen[i].value);
   EXPECT_EQ(4, arguments.use_count());
   loop.reset();
   EXPECT_EQ(1, arguments.use_count()) << "frames still waiting go with the loop, uncalled";
-  EXPECT_EQ(255u, recorder.seen.size());
+  EXPECT_EQ(240u, recorder.seen.size());
 }
 
 TEST(QueuedBurstTest, AThrowingSlotPartWayLeavesItsFrameOnTheStackAndTheRestDelivered) {

@@ -20,6 +20,7 @@
 
 #include <boost/asio/io_service.hpp>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <vector>
@@ -58,13 +59,15 @@ class FrameQueue : public boost::asio::io_service::service {
     std::shared_ptr<ArgumentVector> args;  // null but while the item waits
     std::size_t header;
   };
-  // Items in blocks of a fixed size, so that a burst grows no array and frees no large block.
+  // Items in blocks of a fixed size, so that a burst grows no array. A block stays under 1 kB,
+  // a size that malloc serves without first sorting all the small blocks that threads freed.
   struct Chunk {
-    static constexpr std::size_t kItems = 255;
+    static constexpr std::size_t kItems = 40;
     Item items[kItems];
     std::size_t count = 0;
     Chunk* next = nullptr;
   };
+  static_assert(sizeof(Chunk) < 1000, "a chunk outgrew the size malloc serves at once");
   struct Batch {
     std::vector<Header> headers;
     Chunk* first = nullptr;
@@ -76,8 +79,10 @@ class FrameQueue : public boost::asio::io_service::service {
 
   void shutdown() override;
 
-  // The posted handler's body.
+  // The posted handler's body: delivers for a turn, then posts itself again if more waits.
   void drain();
+  // Makes what emitters queued m_draining, after waiting a moment for it; false if none came.
+  bool takePending();
   void deliver(Item& item);
   // Takes the delivered first chunk off m_draining.
   void dropChunk();
@@ -91,10 +96,11 @@ class FrameQueue : public boost::asio::io_service::service {
   void discard(Batch& batch) noexcept;
 
   SpinLock m_lock;
-  Batch m_pending;           // under m_lock
-  bool m_scheduled = false;  // under m_lock: a drain is posted or running
-  Chunk* m_spare = nullptr;  // under m_lock: emptied chunks kept for reuse
-  std::size_t m_spares = 0;  // their number
+  std::atomic<bool> m_waiting{false};  // m_pending holds frames; written under m_lock
+  Batch m_pending;                     // under m_lock
+  bool m_scheduled = false;            // under m_lock: a drain is posted or running
+  Chunk* m_spare = nullptr;            // under m_lock: emptied chunks kept for reuse
+  std::size_t m_spares = 0;            // their number
   // The running drain's, handed from one drain to the next by the loop: the batch and its
   // first item not yet delivered.
   Batch m_draining;
