@@ -155,10 +155,10 @@ boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
 bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
   // The queued copy keeps the connection and the arguments alive until it is delivered.
   boost::asio::io_service& loop = loopOrDefault();
-  internal::FrameQueue* queue = m_frames.load(std::memory_order_relaxed);
+  internal::FrameQueue* queue = m_frames.load(std::memory_order_acquire);
   if (queue == nullptr || &queue->get_io_context() != &loop) {
     queue = &internal::FrameQueue::of(loop);
-    m_frames.store(queue, std::memory_order_relaxed);
+    m_frames.store(queue, std::memory_order_release);  // other emitters read the queue through it
   }
   queue->post(frame, this);
   return true;

@@ -7,6 +7,11 @@
 // reference goes as soon as the last frame that names it has been delivered, as a frame's
 // own would.
 //
+// Frames keep their order among themselves, not among the loop's other handlers: a gathering
+// runs as one handler, so a frame may run before a handler posted ahead of its emission, or
+// after one posted behind it, as a long burst gives other handlers a turn every few thousand
+// frames.
+//
 // Delivery keeps the loop's rules: a slot that stops the service is the last to run until it
 // is restarted; a slot's exception leaves run() with a handler still posted for the frames
 // behind it; a service destroyed with frames waiting destroys them uncalled. Slots of one
