@@ -198,4 +198,56 @@ TEST(QueuedBurstTest, FramesFromManyThreadsWhileTheLoopServesArriveOnceInEachThr
   EXPECT_EQ(0, wrong.load());
 }
 
+// Bursts longer than one handler's turn, posted behind by handlers of the test's own.
+TEST(QueuedBurstTest, AHandlerPostedAfterAnEmissionRunsAfterItsFrameEvenPastAHandlersTurn) {
+  Station station;
+  zq::RunLoop loop;
+  constexpr int kBurst = 10000;
+  int delivered = 0;  // on the loop's thread only
+  std::vector<int> atBarrier;
+  station.connect(
+      Station::tick, [&] { ++delivered; }, zq::Queued, loop.service());
+  loop.start();
+  for (int round = 0; round < 3; ++round) {
+    for (int i = 0; i < kBurst; ++i) station.emit(Station::tick);
+    loop.service()->post([&] { atBarrier.push_back(delivered); });
+  }
+  std::atomic<bool> done(false);
+  loop.service()->post([&] { done = true; });
+  ASSERT_TRUE(zq::test::waitFor([&] { return done.load(); }));
+  // Frames emitted after a barrier may run before it, in the drain under way; never later.
+  ASSERT_EQ(3u, atBarrier.size());
+  for (int round = 0; round < 3; ++round) EXPECT_GE(atBarrier[round], (round + 1) * kBurst) << round;
+}
+
+// A service served by two threads still runs the slots of its frames one at a time, in order.
+TEST(QueuedBurstTest, AServiceWithTwoThreadsDeliversOneFrameAtATimeInOrder) {
+  Station station;
+  boost::asio::io_service* service = new boost::asio::io_service(2);
+  std::atomic<int> inside(0), overlaps(0), wrong(0), delivered(0);
+  int expected = 0;
+  station.connect(
+      Station::reading,
+      [&](const std::string&, int value) {
+        if (inside.fetch_add(1) != 0) ++overlaps;
+        if (value != expected++) ++wrong;
+        inside.fetch_sub(1);
+        ++delivered;
+      },
+      zq::Queued, service);
+  std::vector<std::thread> serving;
+  serving.reserve(2);
+  for (int t = 0; t < 2; ++t)
+    serving.emplace_back([service]() mutable { zq::ConnectionImplCpp::defaultRunLoop_main(service, false); });
+  constexpr int kFrames = 20000;
+  for (int i = 0; i < kFrames; ++i) station.emit(Station::reading, "n", i);
+  EXPECT_TRUE(zq::test::waitFor([&] { return delivered.load() == kFrames; }));
+  service->stop();
+  for (std::thread& t : serving) t.join();
+  station.disconnect("", nullptr, "");
+  delete service;
+  EXPECT_EQ(0, overlaps.load());
+  EXPECT_EQ(0, wrong.load());
+}
+
 }  // namespace

@@ -17,7 +17,8 @@ namespace {
 constexpr std::size_t kHeadersSearched = 4;
 // How far ahead of the delivery the arguments of waiting frames are fetched.
 constexpr std::size_t kFetchedAhead = 4;
-// Frames delivered by one handler before the loop's other handlers get a turn.
+// Frames delivered by one handler before it takes no more, so that the loop's other handlers
+// get a turn.
 constexpr std::size_t kDeliveredPerTurn = 4096;
 // How long a drain that found nothing waits for more, in pauses of the processor (some
 // microseconds): waking a sleeping loop costs the emitter more.
@@ -155,26 +156,42 @@ void FrameQueue::post(const CallStackFrame& frame, ConnectionImplCpp* slot) {
     idle = !m_scheduled;
     m_scheduled = true;
   }
-  if (idle) schedule();
+  if (idle) schedule(true);
 }
 
-void FrameQueue::schedule() {
+void FrameQueue::schedule(bool taking) {
   try {
-    boost::asio::post(get_io_context(), [this] { drain(); });
+    boost::asio::post(get_io_context(), [this, taking] { drain(taking); });
   } catch (...) {
     // No handler: the next post tries again.
-    std::lock_guard<SpinLock> lock(m_lock);
-    m_scheduled = false;
+    if (taking) {
+      std::lock_guard<SpinLock> lock(m_lock);
+      m_scheduled = false;
+    }
     throw;
   }
 }
 
-void FrameQueue::drain() {
+void FrameQueue::drain(bool taking) {
+  // Two drains meet only on a loop served by several threads: the second waits its turn.
+  std::lock_guard<std::mutex> running(m_running);
   boost::asio::io_service& loop = get_io_context();
   try {
     // A slot that stops the loop is the last one delivered until it is restarted.
-    for (std::size_t delivered = 0; delivered != kDeliveredPerTurn && !loop.stopped(); ++delivered) {
-      if (m_draining.empty() && !takePending()) break;
+    for (std::size_t delivered = 0; !loop.stopped(); ++delivered) {
+      if (m_draining.empty()) {
+        if (!m_tail.empty()) {
+          std::swap(m_draining, m_tail);
+          m_next = 0;
+        } else if (!taking || !takePending()) {
+          taking = false;  // takePending let go of the queue
+          break;
+        }
+      }
+      if (taking && delivered >= kDeliveredPerTurn && m_tail.empty()) {
+        cut();
+        taking = false;
+      }
       Chunk* chunk = m_draining.first;
       if (m_next + kFetchedAhead < chunk->count) fetchAhead(chunk->items[m_next + kFetchedAhead], false);
       if (m_next + kFetchedAhead / 2 < chunk->count) fetchAhead(chunk->items[m_next + kFetchedAhead / 2], true);
@@ -182,22 +199,30 @@ void FrameQueue::drain() {
       if (m_next == chunk->count) dropChunk();
     }
   } catch (...) {
-    next();  // the frames behind it stay posted, as their handlers would
+    next(taking);  // the frames behind it stay posted, as their handlers would
     throw;
   }
-  next();
+  next(taking);
 }
 
 bool FrameQueue::takePending() {
-  for (int spins = 0; !m_waiting.load(std::memory_order_relaxed); ++spins) {
-    if (spins == kIdleSpins) return false;
-    relaxCpu();
-  }
+  for (int spins = 0; spins != kIdleSpins && !m_waiting.load(std::memory_order_relaxed); ++spins) relaxCpu();
   std::lock_guard<SpinLock> lock(m_lock);
+  if (m_pending.empty()) {
+    m_scheduled = false;  // the next emission posts a drain behind whatever was posted meanwhile
+    return false;
+  }
   std::swap(m_pending, m_draining);
   m_next = 0;
   m_waiting.store(false, std::memory_order_relaxed);
   return true;
+}
+
+void FrameQueue::cut() {
+  std::lock_guard<SpinLock> lock(m_lock);
+  std::swap(m_pending, m_tail);
+  m_waiting.store(false, std::memory_order_relaxed);
+  m_scheduled = false;
 }
 
 void FrameQueue::deliver(Item& item) {
@@ -228,17 +253,18 @@ void FrameQueue::dropChunk() {
   recycle(chunk);
 }
 
-void FrameQueue::next() {
+void FrameQueue::next(bool taking) {
   // After a slot that threw, its chunk may be delivered to the end.
   if (!m_draining.empty() && m_next == m_draining.first->count) dropChunk();
-  {
+  if (m_draining.empty() && m_tail.empty()) {
+    if (!taking) return;
     std::lock_guard<SpinLock> lock(m_lock);
-    if (m_draining.empty() && m_pending.empty()) {
+    if (m_pending.empty()) {
       m_scheduled = false;
       return;
     }
   }
-  schedule();
+  schedule(taking);
 }
 
 void FrameQueue::discard(Batch& batch) noexcept {
@@ -261,6 +287,7 @@ void FrameQueue::shutdown() {
   }
   discard(pending);
   discard(m_draining);
+  discard(m_tail);
   m_next = 0;
 }
 

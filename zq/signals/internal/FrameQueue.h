@@ -7,10 +7,11 @@
 // reference goes as soon as the last frame that names it has been delivered, as a frame's
 // own would.
 //
-// Frames keep their order among themselves, not among the loop's other handlers: a gathering
-// runs as one handler, so a frame may run before a handler posted ahead of its emission, or
-// after one posted behind it, as a long burst gives other handlers a turn every few thousand
-// frames.
+// Frames keep their order among themselves. A handler posted on the loop after an emission
+// returned runs after its frame, as it would after the frame's own handler; but a frame
+// emitted after a handler was posted may run before it, in the drain under way. Only where a
+// slot threw, or stopped the loop that is then run again, do the frames behind it wait for a
+// drain posted anew, behind what was posted meanwhile.
 //
 // Delivery keeps the loop's rules: a slot that stops the service is the last to run until it
 // is restarted; a slot's exception leaves run() with a handler still posted for the frames
@@ -28,6 +29,7 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace zq {
@@ -84,16 +86,22 @@ class FrameQueue : public boost::asio::io_service::service {
 
   void shutdown() override;
 
-  // The posted handler's body: delivers for a turn, then posts itself again if more waits.
-  void drain();
-  // Makes what emitters queued m_draining, after waiting a moment for it; false if none came.
+  // The posted handler's body: delivers what waits, in order. `taking`: this drain takes
+  // what emitters queue; it stops taking when none comes or after a turn, and from then on
+  // the next emission posts a new drain behind whatever was posted meanwhile. So a handler
+  // posted after an emission returned always runs after its frame.
+  void drain(bool taking);
+  // Makes what emitters queued m_draining, after waiting a moment for it; if none came, the
+  // drain stops taking.
   bool takePending();
+  // Stops taking: what waits goes to m_tail, for this drain to deliver.
+  void cut();
   void deliver(Item& item);
   // Takes the delivered first chunk off m_draining.
   void dropChunk();
-  // Posts the next drain if frames wait, and otherwise lets the next post do it.
-  void next();
-  void schedule();
+  // Posts the next drain if frames wait, and otherwise lets the next emission do it.
+  void next(bool taking);
+  void schedule(bool taking);
   // An empty chunk, kept or new; and back to be kept, or freed. Under m_lock.
   Chunk* newChunk();
   void recycle(Chunk* chunk) noexcept;
@@ -103,13 +111,15 @@ class FrameQueue : public boost::asio::io_service::service {
   SpinLock m_lock;
   std::atomic<bool> m_waiting{false};  // m_pending holds frames; written under m_lock
   Batch m_pending;                     // under m_lock
-  bool m_scheduled = false;            // under m_lock: a drain is posted or running
+  bool m_scheduled = false;            // under m_lock: a taking drain is posted or running
   Chunk* m_spare = nullptr;            // under m_lock: emptied chunks kept for reuse
   std::size_t m_spares = 0;            // their number
   // The running drain's, handed from one drain to the next by the loop: the batch and its
   // first item not yet delivered.
+  std::mutex m_running;  // held by the drain that runs
   Batch m_draining;
   std::size_t m_next = 0;
+  Batch m_tail;  // taken at a cut, delivered after m_draining
 };
 
 }  // namespace internal
