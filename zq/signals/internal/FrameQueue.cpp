@@ -20,9 +20,6 @@ constexpr std::size_t kFetchedAhead = 4;
 // Frames delivered by one handler before it takes no more, so that the loop's other handlers
 // get a turn.
 constexpr std::size_t kDeliveredPerTurn = 4096;
-// How long a drain that found nothing waits for more, in pauses of the processor (some
-// microseconds): waking a sleeping loop costs the emitter more.
-constexpr int kIdleSpins = 256;
 // Emptied chunks kept for the next burst, some 250 kB.
 constexpr std::size_t kChunksKept = 256;
 
@@ -152,7 +149,6 @@ void FrameQueue::post(const CallStackFrame& frame, ConnectionImplCpp* slot) {
     item.header = header;
     ++batch.last->count;
     ++batch.headers[header].waiting;
-    m_waiting.store(true, std::memory_order_relaxed);
     idle = !m_scheduled;
     m_scheduled = true;
   }
@@ -206,7 +202,6 @@ void FrameQueue::drain(bool taking) {
 }
 
 bool FrameQueue::takePending() {
-  for (int spins = 0; spins != kIdleSpins && !m_waiting.load(std::memory_order_relaxed); ++spins) relaxCpu();
   std::lock_guard<SpinLock> lock(m_lock);
   if (m_pending.empty()) {
     m_scheduled = false;  // the next emission posts a drain behind whatever was posted meanwhile
@@ -214,14 +209,12 @@ bool FrameQueue::takePending() {
   }
   std::swap(m_pending, m_draining);
   m_next = 0;
-  m_waiting.store(false, std::memory_order_relaxed);
   return true;
 }
 
 void FrameQueue::cut() {
   std::lock_guard<SpinLock> lock(m_lock);
   std::swap(m_pending, m_tail);
-  m_waiting.store(false, std::memory_order_relaxed);
   m_scheduled = false;
 }
 
@@ -283,7 +276,6 @@ void FrameQueue::shutdown() {
   {
     std::lock_guard<SpinLock> lock(m_lock);
     std::swap(pending, m_pending);
-    m_waiting.store(false, std::memory_order_relaxed);
   }
   discard(pending);
   discard(m_draining);

@@ -26,7 +26,6 @@
 
 #include <boost/asio/io_service.hpp>
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -91,8 +90,7 @@ class FrameQueue : public boost::asio::io_service::service {
   // the next emission posts a new drain behind whatever was posted meanwhile. So a handler
   // posted after an emission returned always runs after its frame.
   void drain(bool taking);
-  // Makes what emitters queued m_draining, after waiting a moment for it; if none came, the
-  // drain stops taking.
+  // Makes what emitters queued m_draining; if there is none, the drain stops taking.
   bool takePending();
   // Stops taking: what waits goes to m_tail, for this drain to deliver.
   void cut();
@@ -109,11 +107,10 @@ class FrameQueue : public boost::asio::io_service::service {
   void discard(Batch& batch) noexcept;
 
   SpinLock m_lock;
-  std::atomic<bool> m_waiting{false};  // m_pending holds frames; written under m_lock
-  Batch m_pending;                     // under m_lock
-  bool m_scheduled = false;            // under m_lock: a taking drain is posted or running
-  Chunk* m_spare = nullptr;            // under m_lock: emptied chunks kept for reuse
-  std::size_t m_spares = 0;            // their number
+  Batch m_pending;           // under m_lock
+  bool m_scheduled = false;  // under m_lock: a taking drain is posted or running
+  Chunk* m_spare = nullptr;  // under m_lock: emptied chunks kept for reuse
+  std::size_t m_spares = 0;  // their number
   // The running drain's, handed from one drain to the next by the loop: the batch and its
   // first item not yet delivered.
   std::mutex m_running;  // held by the drain that runs

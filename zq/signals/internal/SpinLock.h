@@ -9,13 +9,6 @@
 namespace zq {
 namespace internal {
 
-// Tells the processor that this thread waits in a loop, which frees its core's resources.
-inline void relaxCpu() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#endif
-}
-
 class SpinLock {
  public:
   void lock() {
