@@ -1,6 +1,7 @@
 #include <zq/signals/internal/FrameQueue.h>
 
 #include <zq/signals/internal/LocalPtr.h>
+#include <zq/signals/internal/Sanitizers.h>
 #include <zq/signals/internal/SignalThread.h>
 
 #include <boost/asio/post.hpp>
@@ -90,7 +91,11 @@ FrameQueue::FrameQueue(boost::asio::io_service& loop) : boost::asio::io_service:
 
 FrameQueue::~FrameQueue() {
   shutdown();
-  while (m_spare != nullptr) delete std::exchange(m_spare, m_spare->next);
+  while (m_spare != nullptr) {
+    Chunk* chunk = std::exchange(m_spare, m_spare->next);
+    unparkMemory(chunk->items, sizeof chunk->items);
+    delete chunk;
+  }
 }
 
 std::size_t FrameQueue::Batch::find(const CallStackFrame& frame, const ConnectionImplCpp* slot) const {
@@ -111,6 +116,7 @@ FrameQueue::Chunk* FrameQueue::newChunk() {
   --m_spares;
   Chunk* chunk = std::exchange(m_spare, m_spare->next);
   chunk->next = nullptr;
+  unparkMemory(chunk->items, sizeof chunk->items);
   return chunk;
 }
 
@@ -123,6 +129,7 @@ void FrameQueue::recycle(Chunk* chunk) noexcept {
   ++m_spares;
   chunk->next = m_spare;
   m_spare = chunk;
+  parkMemory(chunk->items, sizeof chunk->items);  // a kept chunk's items are not to be touched
 }
 
 void FrameQueue::post(const CallStackFrame& frame, ConnectionImplCpp* slot) {
