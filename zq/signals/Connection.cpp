@@ -2,6 +2,7 @@
 
 #include <zq/foundation/Log.h>
 #include <zq/signals/SignalPublisher.h>
+#include <zq/signals/internal/FrameQueue.h>
 #include <zq/signals/internal/LocalPtr.h>
 #include <zq/signals/internal/SignalMemory.h>
 #include <zq/signals/internal/SignalThread.h>
@@ -36,45 +37,19 @@ long wholeSeconds(float delay) {
   return static_cast<long>(delay);
 }
 
-// Exchanges two frames' contents, both reachable from this thread only; no reference count
-// changes.
-void swapFrames(CallStackFrame& a, CallStackFrame& b) {
-  internal::LocalPtr::swap(a.publisher, b.publisher);
-  a.signal.swap(b.signal);
-  a.args.swap(b.args);
-  std::swap(a.delay, b.delay);
-  a.connection.swap(b.connection);
-}
-
-// The common end of the queued and the delayed path, on the run loop's thread, with the
-// handler's own copy of the frame. `slot` is the connection that made the handler, which the
-// frame names; the frame is swapped onto the stack and back rather than copied.
-void deliverFrame(CallStackFrame& frame, ConnectionImplCpp* slot) {
-  if (frame.connection && frame.connection->type() != Disconnected) {
-    internal::ThreadFrames& thread = internal::threadFrames();
-    std::list<CallStackFrame>& stack = thread.stack();
-    CallStackFrame& pushed = thread.push(stack);
-    swapFrames(pushed, frame);
-    ConnectionImplCpp& target =
-        pushed.connection.get() == slot ? *slot : dynamic_cast<ConnectionImplCpp&>(*pushed.connection);
-    target.call_slot_now(pushed.args);
-    swapFrames(pushed, frame);
-    thread.pop(stack);
-  }
-  frame.connection.reset();
-}
-
-// The handler of a queued or delayed delivery: a full copy of the frame and, for a delay,
-// the timer, which goes with the handler whether it ran or its service was destroyed first.
+// The handler of a delayed delivery: a full copy of the frame and the timer, which goes with
+// the handler whether it ran or its service was destroyed first.
 struct Delivery {
   typedef internal::SignalAllocator<void> allocator_type;
   allocator_type get_allocator() const noexcept { return allocator_type(); }
 
-  void operator()() { deliverFrame(frame, slot); }
-  void operator()(const boost::system::error_code&) { deliverFrame(frame, slot); }
+  void operator()(const boost::system::error_code&) {
+    internal::deliverFrame(frame, slot);
+    frame.connection.reset();
+  }
 
   CallStackFrame frame;
-  ConnectionImplCpp* slot;  // the connection that posted it, held through frame.connection
+  ConnectionImplCpp* slot;  // the connection that set the timer, held through frame.connection
   std::shared_ptr<boost::asio::deadline_timer> timer;
 };
 
@@ -121,10 +96,10 @@ bool ConnectionImpl::isConnected(const void* receiver, const std::string& slot) 
 
 ConnectionImplCpp::ConnectionImplCpp(const void* receiver, const char* slot, ConnectionType type,
                                      boost::asio::io_service* runLoop)
-    : ConnectionImpl(type, receiver, slot != nullptr ? slot : ""), m_runLoop(runLoop) {}
+    : ConnectionImpl(type, receiver, slot != nullptr ? slot : ""), m_runLoop(runLoop), m_frames(nullptr) {}
 
 ConnectionImplCpp::ConnectionImplCpp(const ConnectionImplCpp& other)
-    : ConnectionImpl(other), m_runLoop(other.runLoop()) {}
+    : ConnectionImpl(other), m_runLoop(other.runLoop()), m_frames(nullptr) {}
 
 ConnectionImplCpp& ConnectionImplCpp::operator=(const ConnectionImplCpp& other) {
   ConnectionImpl::operator=(other);
@@ -178,8 +153,14 @@ boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
 }
 
 bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
-  // One handler with a full copy of the frame: it keeps the connection and the arguments alive.
-  loopOrDefault().post(Delivery{frame, this, nullptr});
+  // The queued copy keeps the connection and the arguments alive until it is delivered.
+  boost::asio::io_service& loop = loopOrDefault();
+  internal::FrameQueue* queue = m_frames.load(std::memory_order_acquire);
+  if (queue == nullptr || &queue->get_io_context() != &loop) {
+    queue = &internal::FrameQueue::of(loop);
+    m_frames.store(queue, std::memory_order_release);  // other emitters read the queue through it
+  }
+  queue->post(frame, this);
   return true;
 }
 

@@ -32,6 +32,9 @@ namespace zq {
 
 class SignalPublisher;
 class ConnectionImpl;
+namespace internal {
+class FrameQueue;
+}
 
 // The kind of a connection in the low bits, and two request flags that only travel into
 // SignalPublisher::validateType, which strips them.
@@ -167,6 +170,9 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
   bool emitDelayed(const CallStackFrame& frame);
   // m_runLoop, set from the default run loop on first need.
   boost::asio::io_service& loopOrDefault();
+
+  // The queue of the loop last posted to, so that an emission need not look it up.
+  std::atomic<internal::FrameQueue*> m_frames;
 };
 
 // A row that re-emits the signal on a target publisher, under the target's signal name, on

@@ -53,10 +53,16 @@ struct LocalPtr {
     ptr.m_object.store(nullptr, std::memory_order_relaxed);
   }
 
+  // Plain loads and stores: an exchange would be a locked instruction, which waits for every
+  // store before it, and no other thread can see either pointer.
   template <class T>
   static void swap(GuardedPtr<T>& a, GuardedPtr<T>& b) {
-    a.swapNoLock(b);
-    b.m_object.store(a.m_object.exchange(b.get(), std::memory_order_relaxed), std::memory_order_relaxed);
+    SharedCount* counter = a.getCounter();
+    a.setCounterNoLock(b.getCounter());
+    b.setCounterNoLock(counter);
+    T* object = a.get();
+    a.m_object.store(b.get(), std::memory_order_relaxed);
+    b.m_object.store(object, std::memory_order_relaxed);
   }
 
   // `n` counts more, or fewer, for a holder that has a count on `record` beside them.

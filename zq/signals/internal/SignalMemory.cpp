@@ -1,11 +1,11 @@
 #include <zq/signals/internal/SignalMemory.h>
 
 #include <zq/signals/internal/SignalThread.h>
+#include <zq/signals/internal/SpinLock.h>
 
 #include <atomic>
 #include <mutex>
 #include <new>
-#include <thread>
 #include <vector>
 
 namespace zq {
@@ -14,22 +14,6 @@ namespace {
 
 constexpr std::size_t kBatch = ThreadBlocks::kKept / 2;  // blocks traded with a store at once
 constexpr std::size_t kSharedKept = 64 * kBatch;         // in each store
-
-// Held for one trade of a batch, as a rule by an emitting thread and a run loop's thread in
-// turn: a sleeping mutex would put one of them to sleep for a few instructions of the other.
-class SpinLock {
- public:
-  void lock() {
-    for (int spins = 0; m_locked.exchange(true, std::memory_order_acquire);) {
-      while (m_locked.load(std::memory_order_relaxed))
-        if (++spins % 64 == 0) std::this_thread::yield();  // the holder may not be running
-    }
-  }
-  void unlock() { m_locked.store(false, std::memory_order_release); }
-
- private:
-  std::atomic<bool> m_locked{false};
-};
 
 struct SharedBlocks {
   SharedBlocks() { blocks.reserve(kSharedKept); }
