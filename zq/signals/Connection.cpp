@@ -37,19 +37,20 @@ long wholeSeconds(float delay) {
   return static_cast<long>(delay);
 }
 
-// The handler of a delayed delivery: a full copy of the frame and the timer, which goes with
-// the handler whether it ran or its service was destroyed first.
+// The handler of one queued or delayed delivery: a full copy of the frame and, for a delay,
+// the timer, which goes with the handler whether it ran or its service was destroyed first.
 struct Delivery {
   typedef internal::SignalAllocator<void> allocator_type;
   allocator_type get_allocator() const noexcept { return allocator_type(); }
 
-  void operator()(const boost::system::error_code&) {
+  void operator()() {
     internal::deliverFrame(frame, slot);
     frame.connection.reset();
   }
+  void operator()(const boost::system::error_code&) { (*this)(); }
 
   CallStackFrame frame;
-  ConnectionImplCpp* slot;  // the connection that set the timer, held through frame.connection
+  ConnectionImplCpp* slot;  // the connection that posted it, held through frame.connection
   std::shared_ptr<boost::asio::deadline_timer> timer;
 };
 
@@ -96,10 +97,13 @@ bool ConnectionImpl::isConnected(const void* receiver, const std::string& slot) 
 
 ConnectionImplCpp::ConnectionImplCpp(const void* receiver, const char* slot, ConnectionType type,
                                      boost::asio::io_service* runLoop)
-    : ConnectionImpl(type, receiver, slot != nullptr ? slot : ""), m_runLoop(runLoop), m_frames(nullptr) {}
+    : ConnectionImpl(type, receiver, slot != nullptr ? slot : ""),
+      m_runLoop(runLoop),
+      m_frames(nullptr),
+      m_framesLoop(nullptr) {}
 
 ConnectionImplCpp::ConnectionImplCpp(const ConnectionImplCpp& other)
-    : ConnectionImpl(other), m_runLoop(other.runLoop()), m_frames(nullptr) {}
+    : ConnectionImpl(other), m_runLoop(other.runLoop()), m_frames(nullptr), m_framesLoop(nullptr) {}
 
 ConnectionImplCpp& ConnectionImplCpp::operator=(const ConnectionImplCpp& other) {
   ConnectionImpl::operator=(other);
@@ -153,15 +157,25 @@ boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
 }
 
 bool ConnectionImplCpp::emitQueued(const CallStackFrame& frame) {
-  // The queued copy keeps the connection and the arguments alive until it is delivered.
+  // The queued copy keeps the connection and the arguments alive until it is delivered. The
+  // library's own loop gathers frames in its queue; a client's loop gets one handler for each,
+  // so that its run_one and poll, and the order among its other handlers, stay asio's.
   boost::asio::io_service& loop = loopOrDefault();
-  internal::FrameQueue* queue = m_frames.load(std::memory_order_acquire);
-  if (queue == nullptr || &queue->get_io_context() != &loop) {
-    queue = &internal::FrameQueue::of(loop);
-    m_frames.store(queue, std::memory_order_release);  // other emitters read the queue through it
+  if (internal::FrameQueue* queue = framesOf(loop)) {
+    queue->post(frame, this);
+  } else {
+    loop.post(Delivery{frame, this, nullptr});
   }
-  queue->post(frame, this);
   return true;
+}
+
+internal::FrameQueue* ConnectionImplCpp::framesOf(boost::asio::io_service& loop) {
+  if (m_framesLoop.load(std::memory_order_acquire) == &loop) return m_frames.load(std::memory_order_relaxed);
+  // Looked up once per loop: asio's registry takes a lock.
+  internal::FrameQueue* queue = internal::FrameQueue::find(loop);
+  m_frames.store(queue, std::memory_order_relaxed);
+  m_framesLoop.store(&loop, std::memory_order_release);  // other emitters read the queue through it
+  return queue;
 }
 
 bool ConnectionImplCpp::emitDelayed(const CallStackFrame& frame) {
@@ -182,6 +196,7 @@ boost::asio::io_service* ConnectionImplCpp::defaultRunLoop() {
   if (loop == nullptr) {
     loop = new boost::asio::io_service(10);
     try {
+      internal::FrameQueue::of(*loop);
       boost::thread([loop]() mutable { defaultRunLoop_main(loop, true); }).detach();
     } catch (...) {
       // Published only once its thread runs, so no one else has seen it: freed, not leaked.

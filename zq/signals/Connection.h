@@ -10,8 +10,11 @@
 //
 // A run loop is a boost::asio::io_service and a thread that runs it. The library keeps one
 // default run loop, started at the first queued or delayed delivery that names no other and
-// never stopped: its slots must not throw (one that does can end the loop for good). A
-// client runs a loop of its own with RunLoop (RunLoop.h) or defaultRunLoop_main.
+// never stopped: its slots must not throw (one that does can end the loop for good). Frames
+// queued there gather and are delivered in order by one handler per gathering, so a handler
+// that a client posts on the default loop may run after frames emitted later than its post.
+// A client runs a loop of its own with RunLoop (RunLoop.h) or defaultRunLoop_main; there
+// every queued frame is a handler of its own, in posting order among the loop's others.
 #pragma once
 
 #include <zq/Export.h>
@@ -171,8 +174,12 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
   // m_runLoop, set from the default run loop on first need.
   boost::asio::io_service& loopOrDefault();
 
-  // The queue of the loop last posted to, so that an emission need not look it up.
+  // The frame queue of `loop`, or null for a loop that has none.
+  internal::FrameQueue* framesOf(boost::asio::io_service& loop);
+
+  // The queue of the loop last posted to (m_framesLoop), so that an emission need not look it up.
   std::atomic<internal::FrameQueue*> m_frames;
+  std::atomic<boost::asio::io_service*> m_framesLoop;
 };
 
 // A row that re-emits the signal on a target publisher, under the target's signal name, on

@@ -87,6 +87,12 @@ void deliverFrame(CallStackFrame& frame, ConnectionImplCpp* slot) {
 
 boost::asio::io_service::id FrameQueue::id;
 
+FrameQueue& FrameQueue::of(boost::asio::io_service& loop) { return boost::asio::use_service<FrameQueue>(loop); }
+
+FrameQueue* FrameQueue::find(boost::asio::io_service& loop) {
+  return boost::asio::has_service<FrameQueue>(loop) ? &of(loop) : nullptr;
+}
+
 FrameQueue::FrameQueue(boost::asio::io_service& loop) : boost::asio::io_service::service(loop) {}
 
 FrameQueue::~FrameQueue() {

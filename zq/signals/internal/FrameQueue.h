@@ -1,4 +1,5 @@
-// The frames queued for one run loop. Emitters append a copy of each frame; one handler at a
+// The frames queued for one run loop that has a queue, as the library's default run loop does
+// (a client's loop gets one handler per frame). Emitters append a copy of each frame; one handler at a
 // time, posted on the loop when the queue stops being empty, delivers what has gathered, in
 // order, and posts itself again while more comes. So a burst costs the loop one handler per
 // gathering instead of one per frame, and consecutive frames from one publisher's signal to
@@ -21,6 +22,7 @@
 // Thread-safe: post from any thread. Library-private.
 #pragma once
 
+#include <zq/Export.h>
 #include <zq/signals/Connection.h>
 #include <zq/signals/internal/SpinLock.h>
 
@@ -48,8 +50,11 @@ class FrameQueue : public boost::asio::io_service::service {
   FrameQueue(const FrameQueue&) = delete;
   FrameQueue& operator=(const FrameQueue&) = delete;
 
-  // The queue of `loop`, made on first use and destroyed with it.
-  static FrameQueue& of(boost::asio::io_service& loop) { return boost::asio::use_service<FrameQueue>(loop); }
+  // The queue of `loop`, made on first use and destroyed with it. The library gives one to its
+  // default run loop; other loops have none unless given one so.
+  ZQ_API static FrameQueue& of(boost::asio::io_service& loop);
+  // The queue of `loop`, or null when it has none.
+  ZQ_API static FrameQueue* find(boost::asio::io_service& loop);
 
   // Queues a copy of `frame` for `slot`, which the frame's connection is.
   void post(const CallStackFrame& frame, ConnectionImplCpp* slot);

@@ -1,7 +1,9 @@
-// Frames that gather on a loop before it serves are delivered by one handler: these cases
-// check that each still arrives as its own emission, in order, and that stopping, throwing,
-// disconnecting and ending the loop part-way leave the rest as single handlers would.
+// Queued frames on a loop with a frame queue (as the default run loop has), delivered by one
+// handler per gathering, and on a client's loop, one handler each: in both, each frame arrives
+// as its own emission, in order, and stopping, throwing, disconnecting and ending the loop
+// part-way leave the rest as single handlers would.
 #include <zq/signals/RunLoop.h>
+#include <zq/signals/internal/FrameQueue.h>
 
 #include "tests/signals/Station.h"
 #include "tests/support/Wait.h"
@@ -33,6 +35,15 @@ struct Seen {
   std::size_t depth;
 };
 
+// The loops of the cases below gather their frames when the parameter says so.
+class QueuedFramesTest : public ::testing::TestWithParam<bool> {
+ protected:
+  boost::asio::io_service* prepared(boost::asio::io_service* loop) const {
+    if (GetParam()) zq::internal::FrameQueue::of(*loop);
+    return loop;
+  }
+};
+
 struct Recorder {
   std::vector<Seen> seen;
   std::function<void(const Seen&)> after;  // runs after each record
@@ -45,9 +56,10 @@ struct Recorder {
   }
 };
 
-TEST(QueuedBurstTest, GatheredFramesArriveInOrderEachWithItsOwnPublisherConnectionAndArguments) {
+TEST_P(QueuedFramesTest, FramesArriveInOrderEachWithItsOwnPublisherConnectionAndArguments) {
   Station first, second;
   zq::RunLoop loop;
+  prepared(loop.service());
   Recorder recorder;
   first.connect(Station::reading, recorder.slot("a:"), zq::Queued, loop.service());
   first.connect(Station::reading, recorder.slot("b:"), zq::Queued, loop.service());
@@ -97,9 +109,10 @@ struct LoopProbe : zq::ConnectionImplCpp {
 };
 
 // A connection that its owner let go of lives while frames name it, and no longer.
-TEST(QueuedBurstTest, ADisconnectPartWayStopsTheRestAndTheConnectionEndsWithItsLastFrame) {
+TEST_P(QueuedFramesTest, ADisconnectPartWayStopsTheRestAndTheConnectionEndsWithItsLastFrame) {
   Station station;
   zq::RunLoop loop;
+  prepared(loop.service());
   int calls = 0;
   auto probe = std::make_shared<LoopProbe>(&calls, loop.service());
   probe->body = [&] {
@@ -122,9 +135,10 @@ TEST(QueuedBurstTest, ADisconnectPartWayStopsTheRestAndTheConnectionEndsWithItsL
   EXPECT_TRUE(watched.expired()) << "the last frame let go of the connection";
 }
 
-TEST(QueuedBurstTest, AStopPartWayLeavesTheRestForTheNextRunAndAnEndedLoopDropsThem) {
+TEST_P(QueuedFramesTest, AStopPartWayLeavesTheRestForTheNextRunAndAnEndedLoopDropsThem) {
   Station station;
   auto loop = std::make_unique<zq::RunLoop>();
+  prepared(loop->service());
   Recorder recorder;
   station.connect(Station::reading, recorder.slot(""), zq::Queued, loop->service());
   auto arguments = zq::makeArguments(std::string("n"), 0);
@@ -145,11 +159,11 @@ TEST(QueuedBurstTest, AStopPartWayLeavesTheRestForTheNextRunAndAnEndedLoopDropsT
   EXPECT_EQ(240u, recorder.seen.size());
 }
 
-TEST(QueuedBurstTest, AThrowingSlotPartWayLeavesItsFrameOnTheStackAndTheRestDelivered) {
+TEST_P(QueuedFramesTest, AThrowingSlotPartWayLeavesItsFrameOnTheStackAndTheRestDelivered) {
   std::ostringstream err;
   std::streambuf* const saved = std::cerr.rdbuf(err.rdbuf());
   Station station;
-  auto* service = new boost::asio::io_service(1);
+  auto* service = prepared(new boost::asio::io_service(1));
   Recorder recorder;
   std::size_t depthAfterThrow = 0;
   recorder.after = [&](const Seen& s) {
@@ -171,9 +185,10 @@ TEST(QueuedBurstTest, AThrowingSlotPartWayLeavesItsFrameOnTheStackAndTheRestDeli
 }
 
 // Emitters on several threads while the loop serves: every frame once, each thread's in order.
-TEST(QueuedBurstTest, FramesFromManyThreadsWhileTheLoopServesArriveOnceInEachThreadsOrder) {
+TEST_P(QueuedFramesTest, FramesFromManyThreadsWhileTheLoopServesArriveOnceInEachThreadsOrder) {
   Station station;
   zq::RunLoop loop;
+  prepared(loop.service());
   constexpr int kThreads = 3, kEach = 3000;
   std::vector<int> next(kThreads, 0);
   std::atomic<int> delivered(0), wrong(0);
@@ -199,9 +214,10 @@ TEST(QueuedBurstTest, FramesFromManyThreadsWhileTheLoopServesArriveOnceInEachThr
 }
 
 // Bursts longer than one handler's turn, posted behind by handlers of the test's own.
-TEST(QueuedBurstTest, AHandlerPostedAfterAnEmissionRunsAfterItsFrameEvenPastAHandlersTurn) {
+TEST_P(QueuedFramesTest, AHandlerPostedAfterAnEmissionRunsAfterItsFrameEvenPastAHandlersTurn) {
   Station station;
   zq::RunLoop loop;
+  prepared(loop.service());
   constexpr int kBurst = 10000;
   int delivered = 0;  // on the loop's thread only
   std::vector<int> atBarrier;
@@ -220,10 +236,35 @@ TEST(QueuedBurstTest, AHandlerPostedAfterAnEmissionRunsAfterItsFrameEvenPastAHan
   for (int round = 0; round < 3; ++round) EXPECT_GE(atBarrier[round], (round + 1) * kBurst) << round;
 }
 
-// A service served by two threads still runs the slots of its frames one at a time, in order.
-TEST(QueuedBurstTest, AServiceWithTwoThreadsDeliversOneFrameAtATimeInOrder) {
+// A client's loop without a queue runs one handler per frame: run_one delivers one frame, and
+// frames and the client's own handlers run in the order they were posted.
+TEST(QueuedFramesTest, AClientsLoopRunsOneHandlerPerFrameInPostingOrder) {
+  Station station;
+  zq::RunLoop loop;
+  std::vector<std::string> order;
+  station.connect(
+      Station::reading, [&](const std::string& name, int) { order.push_back(name); }, zq::Queued, loop.service());
+  station.emit(Station::reading, "a", 0);
+  loop.service()->post([&] { order.push_back("posted"); });
+  station.emit(Station::reading, "b", 0);
+  station.emit(Station::reading, "c", 0);
+  EXPECT_EQ(1u, loop.service()->run_one());
+  EXPECT_EQ(std::vector<std::string>{"a"}, order);
+  EXPECT_EQ(3u, loop.service()->poll());
+  EXPECT_EQ((std::vector<std::string>{"a", "posted", "b", "c"}), order);
+}
+
+// The library's default run loop gathers its frames.
+TEST(QueuedFramesTest, TheDefaultRunLoopHasAFrameQueue) {
+  EXPECT_NE(nullptr, zq::internal::FrameQueue::find(*zq::ConnectionImplCpp::defaultRunLoop()));
+}
+
+// A gathering service served by two threads still runs the slots of its frames one at a time,
+// in order.
+TEST(QueuedFramesTest, AGatheringServiceWithTwoThreadsDeliversOneFrameAtATimeInOrder) {
   Station station;
   boost::asio::io_service* service = new boost::asio::io_service(2);
+  zq::internal::FrameQueue::of(*service);
   std::atomic<int> inside(0), overlaps(0), wrong(0), delivered(0);
   int expected = 0;
   station.connect(
@@ -249,5 +290,10 @@ TEST(QueuedBurstTest, AServiceWithTwoThreadsDeliversOneFrameAtATimeInOrder) {
   EXPECT_EQ(0, overlaps.load());
   EXPECT_EQ(0, wrong.load());
 }
+
+INSTANTIATE_TEST_SUITE_P(GatheredAndOnePerFrame, QueuedFramesTest, ::testing::Bool(),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                           return info.param ? "Gathered" : "OnePerFrame";
+                         });
 
 }  // namespace
