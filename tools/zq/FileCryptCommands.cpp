@@ -78,10 +78,10 @@ std::size_t paddingOf(const std::string& file, std::uint64_t size, const secure_
 }
 
 int cryptFileCommand(bool encrypting, const CryptFileOptions& options) {
-  const std::optional<MessageDigest::Algorithm> algorithm =
-      options.digest.empty() ? std::nullopt
-                             : std::optional<MessageDigest::Algorithm>(
-                                   static_cast<MessageDigest::Algorithm>(digestAlgorithm(options.digest)));
+  // Named before anything is read or written, so that a bad name costs nothing.
+  const bool digesting = !options.digest.empty();
+  const auto algorithm =
+      digesting ? static_cast<MessageDigest::Algorithm>(digestAlgorithm(options.digest)) : MessageDigest::Algorithm();
   const std::string& source = options.source;
   const std::uint64_t size = regularFileSize(source);
   { const InputFile readable(source); }  // or a Failure that names it
@@ -98,7 +98,7 @@ int cryptFileCommand(bool encrypting, const CryptFileOptions& options) {
   ::stat(source.c_str(), &info);
   PendingFile pending(target, info.st_mode & 07777);
   std::optional<MessageDigest> digest;
-  if (algorithm) digest.emplace(*algorithm);
+  if (digesting) digest.emplace(algorithm);
   {
     Progress progress(options.progress, expected);
     FileWatch watch(progress, pending.path());
