@@ -32,6 +32,8 @@ class ZQ_API ReentrantSection {
     becomeOwner();
     return true;
   }
+  // Whether the calling thread is inside.
+  bool heldByCaller() const { return m_owner.load(std::memory_order_relaxed) == self(); }
   // Leaves once; by a thread that isn't inside, undefined.
   void unlock() {
     if (--m_depth != 0) return;

@@ -3,6 +3,7 @@
 #include <zq/signals/SignalPublisher.h>
 
 #include <zq/foundation/Log.h>
+#include <zq/signals/internal/EmissionCache.h>
 #include <zq/signals/internal/SignalThread.h>
 
 #include <boost/container/small_vector.hpp>
@@ -16,6 +17,7 @@ namespace {
 
 const char kDestroyed[] = "destroyed";
 std::atomic<std::size_t> s_nextObjectDebugID(1);
+std::atomic<std::uint64_t> s_nextIdentity(1);
 
 // An emission's snapshot of a connection list. Most lists are short: no allocation for them.
 typedef boost::container::small_vector<std::shared_ptr<ConnectionImpl>, 16> ConnectionSnapshot;
@@ -37,7 +39,9 @@ void reportDestroyedThrew(const char* what) {
 
 const std::string SignalPublisher::sm_Empty;
 
-SignalPublisher::SignalPublisher() : m_objectDebugID(s_nextObjectDebugID.fetch_add(1, std::memory_order_relaxed)) {
+SignalPublisher::SignalPublisher()
+    : m_objectDebugID(s_nextObjectDebugID.fetch_add(1, std::memory_order_relaxed)),
+      m_identity(s_nextIdentity.fetch_add(1, std::memory_order_relaxed)) {
   declareSignal(createDeclaration(kDestroyed, TypePair("SignalPublisher*", typeid(SignalPublisher*).name())));
 }
 
@@ -57,7 +61,7 @@ SignalPublisher::~SignalPublisher() {
     // A failed emission leaves its frame, which names this publisher: it goes with it.
     while (stack.size() > depth) thread.pop(stack);
   }
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   disconnectAll_noLock();
   stopAll_no_lock();
   m_self.reset(nullptr);
@@ -137,7 +141,7 @@ void SignalPublisher::connect(const std::string& signal, std::shared_ptr<Connect
 
 bool SignalPublisher::addConnection(const std::string& signal, std::shared_ptr<ConnectionImpl> connection,
                                     int position) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   const auto declaration = m_declarations.find(signal);
   if (declaration == m_declarations.end()) {
     ZQ_LOG(Log::Warning, "zq::SignalPublisher::connect", "connecting an undeclared signal (" << signal << ").");
@@ -171,7 +175,7 @@ void SignalPublisher::disconnectMatching_noLock(ConnectionList& list, const void
 }
 
 void SignalPublisher::disconnect(const std::string& signal, const void* receiver, const std::string& slot) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   if (receiver == nullptr && slot.empty()) {
     disconnectSignal_noLock(signal);
   } else if (!signal.empty()) {
@@ -221,7 +225,7 @@ SignalPublisher::ConnectionMap::const_iterator SignalPublisher::const_iteratorFo
 // ---- queries ----------------------------------------------------------------------------
 
 bool SignalPublisher::isConnected(const std::string& signal, const void* receiver, const std::string& slot) const {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
     if (receiver == nullptr && slot.empty()) return !entry->second.empty();
     // A query about the publisher itself finds nothing, unlike countConnected.
@@ -239,7 +243,7 @@ bool SignalPublisher::isConnectedTo(const void* receiver, const std::string& slo
 
 std::size_t SignalPublisher::countConnected(const std::string& signal, const void* receiver,
                                             const std::string& slot) const {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   std::size_t count = 0;
   for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
     if (receiver == nullptr && slot.empty()) {
@@ -327,12 +331,34 @@ short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
 template <class FillFrame, class EmptyFrame>
 short SignalPublisher::emitWith(std::string_view signal, FillFrame fill, EmptyFrame empty) const {
   ConnectionSnapshot connections;
-  {
-    std::lock_guard<internal::ReentrantSection> lock(m_mutex);
-    const auto entry = m_connections.find(signal);
-    if (entry == m_connections.end()) return 0;
-    // One by one: the vector's range assignment is an out-of-line call dearer than a short copy.
-    for (const std::shared_ptr<ConnectionImpl>& connection : entry->second) connections.push_back(connection);
+  internal::SignalThread& self = internal::signalThread();
+  internal::EmissionCache::Entry* cached = self.emissions.find(this, m_identity, signal);
+  // What this thread read of the table stands while nobody has held the lock since, unless
+  // this thread holds it now and may have changed the table meanwhile.
+  if (cached != nullptr && cached->version == m_mutex.version() && !m_mutex.heldByCaller()) {
+    if (cached->connections.empty()) return 0;
+    for (const std::weak_ptr<ConnectionImpl>& weak : cached->connections)
+      if (std::shared_ptr<ConnectionImpl> connection = weak.lock()) connections.push_back(std::move(connection));
+  } else {
+    std::unique_lock<internal::TableSection> lock(m_mutex, std::defer_lock);
+    lock.lock();
+    internal::EmissionCache::Entry& entry = self.emissions.slotFor(this, m_identity, signal);
+    entry.publisher = nullptr;  // until it is whole
+    entry.connections.clear();
+    const auto found = m_connections.find(signal);
+    const bool any = found != m_connections.end();
+    if (any) {
+      // One by one: the vector's range assignment is an out-of-line call dearer than a short copy.
+      for (const std::shared_ptr<ConnectionImpl>& connection : found->second) {
+        connections.push_back(connection);
+        entry.connections.push_back(connection);
+      }
+    }
+    entry.version = m_mutex.version();
+    entry.publisher = this;
+    lock.release();
+    m_mutex.unlockUnchanged();  // read, not changed: other threads' readings stand
+    if (!any) return 0;
   }
   // From here on only the snapshot and the thread's stack are touched: a slot may destroy
   // this publisher.
@@ -403,7 +429,7 @@ void SignalPublisher::emitDestroyed() {
 
 void SignalPublisher::cleanUp() {
   emitDestroyed();
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   disconnectAll_noLock();
   stopAll_no_lock();
 }

@@ -39,17 +39,18 @@
 #pragma once
 
 #include <zq/Export.h>
-#include <zq/internal/ReentrantSection.h>
 #include <zq/signals/Argument.h>
 #include <zq/signals/Connection.h>
 #include <zq/signals/GuardedPtr.h>
 #include <zq/signals/internal/Slot.h>
+#include <zq/signals/internal/TableSection.h>
 
 #include <boost/asio/io_service.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -438,8 +439,10 @@ class ZQ_API SignalPublisher {
   }
 
   mutable std::atomic<std::size_t> m_objectDebugID;
-  // Covers m_connections, not m_declarations. Re-entrant; never held while a slot runs.
-  mutable internal::ReentrantSection m_mutex;
+  const std::uint64_t m_identity;  // unique in the process, unlike the address
+  // Covers m_connections, not m_declarations. Re-entrant; never held while a slot runs. It
+  // counts the times it is left, which tells emitting threads that the table may have changed.
+  mutable internal::TableSection m_mutex;
   ConnectionMap m_connections;  // no entry holds an empty list
   std::unordered_map<std::string, SignalDeclaration> m_declarations;
   RepeaterList m_repeaters;  // under m_mutex; owns its records and their timers

@@ -65,7 +65,7 @@ void SignalPublisher::start(const char* signal, std::shared_ptr<ArgumentVector> 
   --repeater->remaining;
   repeater->timer.reset(new internal::RepeaterTimer(*runLoop));
   repeater->timer->expires_at(repeater->nextTime);
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   // Nothing fills the record's connection, so nothing is emitted when the timer falls due.
   repeater->timer->async_wait([](const boost::system::error_code&) {});
   m_repeaters.push_back(repeater.get());
@@ -73,14 +73,14 @@ void SignalPublisher::start(const char* signal, std::shared_ptr<ArgumentVector> 
 }
 
 void SignalPublisher::stop(const Repeater* repeater) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   auto position = m_repeaters.begin();
   while (position != m_repeaters.end() && *position != repeater) ++position;
   stop_no_lock(position);
 }
 
 void SignalPublisher::stop(RepeaterList::iterator position) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   stop_no_lock(position);
 }
 
@@ -95,13 +95,13 @@ void SignalPublisher::stopAll_no_lock() {
 }
 
 void SignalPublisher::stopRepeatSignal(const std::string& signal) {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   for (auto position = m_repeaters.begin(); position != m_repeaters.end();)
     position = (*position)->signal == signal ? stop_no_lock(position) : std::next(position);
 }
 
 std::size_t SignalPublisher::countRepeaters(const std::string& signal) const {
-  std::lock_guard<internal::ReentrantSection> lock(m_mutex);
+  std::lock_guard<internal::TableSection> lock(m_mutex);
   std::size_t count = 0;
   for (const Repeater* repeater : m_repeaters)
     if (signal.empty() || repeater->signal == signal) ++count;

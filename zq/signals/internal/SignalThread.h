@@ -6,6 +6,7 @@
 #pragma once
 
 #include <zq/signals/Argument.h>
+#include <zq/signals/internal/EmissionCache.h>
 #include <zq/signals/internal/FrameStack.h>
 
 #include <cstddef>
@@ -56,6 +57,7 @@ struct SignalThread {
   // Members end in reverse order: the frames first, as what they let go of may free blocks.
   ThreadBlocks tiny{kTinyBlock}, small{kSmallBlock}, large{kLargeBlock};
   std::shared_ptr<ArgumentVector> spareArguments;  // see spareArgumentSpace()
+  EmissionCache emissions;
   ThreadFrames frames;
 };
 

@@ -1,0 +1,65 @@
+// What a thread last read of a few publishers' connection tables: for each (publisher, signal),
+// the table's count when it was read and weak pointers to the connections it listed. While the
+// count stands, an emission takes its connections from here with no lock: weak pointers keep
+// no connection alive, so a connection still ends when its last owner lets go, and one that
+// ended is skipped as a disconnected one would be. Part of the thread's record; library-private.
+#pragma once
+
+#include <zq/signals/Connection.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zq {
+
+class SignalPublisher;
+
+namespace internal {
+
+struct EmissionCache {
+  static constexpr std::size_t kEntries = 8;
+
+  struct Entry {
+    const SignalPublisher* publisher = nullptr;  // an identity, never followed
+    std::uint64_t identity = 0;                  // tells publishers at one address apart
+    std::uint64_t version = 0;
+    std::string signal;
+    std::vector<std::weak_ptr<ConnectionImpl>> connections;  // empty: nothing connected
+  };
+
+  // The entry for (publisher, signal), or null.
+  Entry* find(const SignalPublisher* publisher, std::uint64_t identity, std::string_view signal) {
+    for (Entry& entry : entries)
+      if (entry.publisher == publisher && entry.identity == identity && sameText(entry.signal, signal)) return &entry;
+    return nullptr;
+  }
+  // The entry to fill for (publisher, signal): its own, or the oldest filled. The caller sets
+  // `publisher` once the entry is whole.
+  Entry& slotFor(const SignalPublisher* publisher, std::uint64_t identity, std::string_view signal) {
+    if (Entry* entry = find(publisher, identity, signal)) return *entry;
+    Entry& entry = entries[next];
+    next = (next + 1) % kEntries;
+    entry.publisher = nullptr;
+    entry.identity = identity;
+    entry.signal.assign(signal.data(), signal.size());
+    return entry;
+  }
+
+  // Names are short: a plain loop beats a call to memcmp.
+  static bool sameText(const std::string& a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < b.size(); ++i)
+      if (a[i] != b[i]) return false;
+    return true;
+  }
+
+  Entry entries[kEntries];
+  std::size_t next = 0;
+};
+
+}  // namespace internal
+}  // namespace zq

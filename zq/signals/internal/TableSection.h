@@ -1,0 +1,32 @@
+// A publisher's lock, which counts the times it was left: the connection table it guards may
+// have changed each time, and an emitting thread keeps what it read of the table while the
+// count stands (EmissionCache.h). Library-private.
+#pragma once
+
+#include <zq/internal/ReentrantSection.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace zq {
+namespace internal {
+
+class TableSection : public ReentrantSection {
+ public:
+  // Leaves once, counting: whoever held the lock may have changed the table.
+  void unlock() {
+    m_version.store(m_version.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    ReentrantSection::unlock();
+  }
+  // Leaves once without counting, for a reader that changed nothing.
+  void unlockUnchanged() { ReentrantSection::unlock(); }
+
+  // The count, read without the lock.
+  std::uint64_t version() const { return m_version.load(std::memory_order_acquire); }
+
+ private:
+  std::atomic<std::uint64_t> m_version{0};  // written by the holder only
+};
+
+}  // namespace internal
+}  // namespace zq
