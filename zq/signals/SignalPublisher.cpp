@@ -329,7 +329,7 @@ short SignalPublisher::emitSignal(const CallStackFrame& frame) const {
 }
 
 template <class FillFrame, class EmptyFrame>
-short SignalPublisher::emitWith(std::string_view signal, FillFrame fill, EmptyFrame empty) const {
+short SignalPublisher::emitWith(std::string_view signal, const FillFrame& fill, const EmptyFrame& empty) const {
   ConnectionSnapshot connections;
   internal::SignalThread& self = internal::signalThread();
   internal::EmissionCache::Entry* cached = self.emissions.find(this, m_identity, signal);

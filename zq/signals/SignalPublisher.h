@@ -423,7 +423,7 @@ class ZQ_API SignalPublisher {
   // The emission of `signal`; `fill(thread, frame)` fills the frame pushed on the stack once something
   // is found connected, `empty(frame)` may take back what it lent before the frame is popped.
   template <class FillFrame, class EmptyFrame>
-  short emitWith(std::string_view signal, FillFrame fill, EmptyFrame empty) const;
+  short emitWith(std::string_view signal, const FillFrame& fill, const EmptyFrame& empty) const;
 
   // Takes out every connection of `list` that answers to (receiver, slot).
   static void disconnectMatching_noLock(ConnectionList& list, const void* receiver, const std::string& slot);
