@@ -130,6 +130,49 @@ TEST(EmissionResourcesTest, APublisherDestroyedByItsSlotLeavesItsRecordToTheEmis
   EXPECT_EQ(1u, seen.getCounter()->pointerCount()) << "only the test's own pointer is left";
 }
 
+// A thread reads a publisher's table once and keeps what it read while the table's lock has
+// not been held since: every change, on this thread or another, reaches the next emission.
+TEST(EmissionResourcesTest, EveryChangeToTheTableReachesTheNextEmission) {
+  Source source;
+  int calls = 0;
+  auto first = std::make_shared<zq::test::Probe>(&calls, "first", zq::Direct, [&] { ++calls; });
+  EXPECT_EQ(0, source.emit(Source::tock, 1)) << "nothing connected, and the thread remembers it";
+  source.connect("tock", first, 1);
+  EXPECT_EQ(1, source.emit(Source::tock, 1));
+  std::thread([&] { source.connect(Source::tock, [&](int) { ++calls; }); }).join();
+  EXPECT_EQ(2, source.emit(Source::tock, 1)) << "a connection made on another thread";
+  std::thread([&] { source.disconnect("tock", &calls, "first"); }).join();
+  EXPECT_EQ(1, source.emit(Source::tock, 1)) << "a connection taken out on another thread";
+  // A connection's end is its owners' business: what the thread remembers does not keep it.
+  std::weak_ptr<zq::test::Probe> watched = first;
+  first.reset();
+  EXPECT_TRUE(watched.expired());
+  source.connect(Source::tock, [&](int) { source.disconnect("tock", nullptr, ""); });
+  EXPECT_EQ(2, source.emit(Source::tock, 1));
+  EXPECT_EQ(0, source.emit(Source::tock, 1)) << "emptied by a slot";
+  EXPECT_EQ(5, calls);
+}
+
+TEST(EmissionResourcesTest, WhatAThreadRemembersIsNeverTakenForAnotherPublisherOrSignal) {
+  // More publishers and signals than a thread remembers, and publishers made again at the
+  // address of one that ended.
+  std::vector<int> calls(40, 0);
+  for (int round = 0; round < 3; ++round) {
+    std::vector<std::unique_ptr<Source>> sources;
+    for (int i = 0; i < 20; ++i) {
+      sources.push_back(std::make_unique<Source>());
+      sources.back()->connect(Source::tock, [&calls, i](int) { ++calls[2 * i]; });
+      sources.back()->connect(Source::tack, [&calls, i](int) { ++calls[2 * i + 1]; });
+    }
+    for (int pass = 0; pass < 2; ++pass)
+      for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(1, sources[i]->emit(Source::tock, 0));
+        EXPECT_EQ(1, sources[i]->emit(Source::tack, 0));
+      }
+  }
+  EXPECT_EQ(std::vector<int>(40, 6), calls);
+}
+
 // A typed emission may hand its argument block to the thread's next one: only when nobody
 // kept it, and never with the old values still alive.
 TEST(EmissionResourcesTest, TypedArgumentsAreEndedWithTheEmissionAndNeverReusedWhileKept) {
