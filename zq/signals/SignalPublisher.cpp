@@ -225,7 +225,7 @@ SignalPublisher::ConnectionMap::const_iterator SignalPublisher::const_iteratorFo
 // ---- queries ----------------------------------------------------------------------------
 
 bool SignalPublisher::isConnected(const std::string& signal, const void* receiver, const std::string& slot) const {
-  std::lock_guard<internal::TableSection> lock(m_mutex);
+  internal::TableReading reading(m_mutex);
   for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
     if (receiver == nullptr && slot.empty()) return !entry->second.empty();
     // A query about the publisher itself finds nothing, unlike countConnected.
@@ -243,7 +243,7 @@ bool SignalPublisher::isConnectedTo(const void* receiver, const std::string& slo
 
 std::size_t SignalPublisher::countConnected(const std::string& signal, const void* receiver,
                                             const std::string& slot) const {
-  std::lock_guard<internal::TableSection> lock(m_mutex);
+  internal::TableReading reading(m_mutex);
   std::size_t count = 0;
   for (auto entry = const_iteratorFor(signal); entry != m_connections.end(); ++entry) {
     if (receiver == nullptr && slot.empty()) {
@@ -333,15 +333,14 @@ short SignalPublisher::emitWith(std::string_view signal, const FillFrame& fill, 
   ConnectionSnapshot connections;
   internal::SignalThread& self = internal::signalThread();
   internal::EmissionCache::Entry* cached = self.emissions.find(this, m_identity, signal);
-  // What this thread read of the table stands while nobody has held the lock since, unless
-  // this thread holds it now and may have changed the table meanwhile.
+  // What this thread read of the table stands while the lock counts no stay that could have
+  // changed it, unless this thread holds the lock now and may be changing the table itself.
   if (cached != nullptr && cached->version == m_mutex.version() && !m_mutex.heldByCaller()) {
     if (cached->connections.empty()) return 0;
     for (const std::weak_ptr<ConnectionImpl>& weak : cached->connections)
       if (std::shared_ptr<ConnectionImpl> connection = weak.lock()) connections.push_back(std::move(connection));
   } else {
-    std::unique_lock<internal::TableSection> lock(m_mutex, std::defer_lock);
-    lock.lock();
+    const internal::TableReading reading(m_mutex);  // read, not changed: other threads' readings stand
     internal::EmissionCache::Entry& entry = self.emissions.slotFor(this, m_identity, signal);
     entry.publisher = nullptr;  // until it is whole
     entry.connections.clear();
@@ -356,8 +355,6 @@ short SignalPublisher::emitWith(std::string_view signal, const FillFrame& fill, 
     }
     entry.version = m_mutex.version();
     entry.publisher = this;
-    lock.release();
-    m_mutex.unlockUnchanged();  // read, not changed: other threads' readings stand
     if (!any) return 0;
   }
   // From here on only the snapshot and the thread's stack are touched: a slot may destroy

@@ -101,7 +101,7 @@ void SignalPublisher::stopRepeatSignal(const std::string& signal) {
 }
 
 std::size_t SignalPublisher::countRepeaters(const std::string& signal) const {
-  std::lock_guard<internal::TableSection> lock(m_mutex);
+  internal::TableReading reading(m_mutex);
   std::size_t count = 0;
   for (const Repeater* repeater : m_repeaters)
     if (signal.empty() || repeater->signal == signal) ++count;

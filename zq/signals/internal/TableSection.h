@@ -28,5 +28,17 @@ class TableSection : public ReentrantSection {
   std::atomic<std::uint64_t> m_version{0};  // written by the holder only
 };
 
+// Holds a publisher's lock to read the table: leaving it does not count.
+class TableReading {
+ public:
+  explicit TableReading(TableSection& section) : m_section(section) { m_section.lock(); }
+  ~TableReading() { m_section.unlockUnchanged(); }
+  TableReading(const TableReading&) = delete;
+  TableReading& operator=(const TableReading&) = delete;
+
+ private:
+  TableSection& m_section;
+};
+
 }  // namespace internal
 }  // namespace zq
