@@ -148,10 +148,10 @@ void ConnectionImplCpp::reportArgumentMismatch() const {
 }
 
 boost::asio::io_service& ConnectionImplCpp::loopOrDefault() {
-  boost::asio::io_service* loop = m_runLoop.load(std::memory_order_relaxed);
+  boost::asio::io_service* loop = m_runLoop.load(std::memory_order_acquire);
   if (loop == nullptr) {
     loop = defaultRunLoop();
-    m_runLoop.store(loop, std::memory_order_relaxed);
+    m_runLoop.store(loop, std::memory_order_release);
   }
   return *loop;
 }

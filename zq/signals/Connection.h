@@ -141,7 +141,7 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
   // `args` past the call overrides it to spare the copy.
   virtual void call_slot_now(const std::shared_ptr<ArgumentVector>& args) { call_slot(args); }
 
-  boost::asio::io_service* runLoop() const { return m_runLoop.load(std::memory_order_relaxed); }
+  boost::asio::io_service* runLoop() const { return m_runLoop.load(std::memory_order_acquire); }
 
   // The process's default run loop: one detached thread over one io_service, made on first
   // call and left running to the end of the process. Throws bad_alloc or
@@ -164,7 +164,7 @@ class ZQ_API ConnectionImplCpp : public ConnectionImpl {
   // was not called.
   void reportArgumentMismatch() const;
 
-  // Set on first need, with no lock: racing emitters store the same loop.
+  // Set on first need, with no lock: racing emitters store the same loop, published whole.
   std::atomic<boost::asio::io_service*> m_runLoop;
 
  private:
