@@ -22,15 +22,6 @@ std::atomic<std::uint64_t> s_nextIdentity(1);
 // An emission's snapshot of a connection list. Most lists are short: no allocation for them.
 typedef boost::container::small_vector<std::shared_ptr<ConnectionImpl>, 16> ConnectionSnapshot;
 
-// Whether a reused frame already carries the name, as it does when one signal is emitted
-// again and again. Names are short: a plain loop beats a call to memcmp.
-bool sameText(const std::string& a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < b.size(); ++i)
-    if (a[i] != b[i]) return false;
-  return true;
-}
-
 void reportDestroyedThrew(const char* what) {
   ZQ_LOG(Log::Critical, "zq::SignalPublisher::~SignalPublisher", "a slot of \"destroyed\" threw: " << what);
 }
@@ -308,7 +299,8 @@ short SignalPublisher::emitNamed(std::string_view name, std::shared_ptr<Argument
       name,
       [&](internal::ThreadFrames& thread, CallStackFrame& frame) {
         thread.counts.lend(frame.publisher, self);
-        if (!sameText(frame.signal, name)) frame.signal.assign(name.data(), name.size());
+        // A reused frame carries the name already when one signal is emitted again and again.
+        if (!internal::sameName(frame.signal, name)) frame.signal.assign(name.data(), name.size());
         frame.args = std::move(args);
         frame.delay = delay;
       },

@@ -20,6 +20,14 @@ class SignalPublisher;
 
 namespace internal {
 
+// Whether a signal's name is `b`. Names are short: a plain loop beats a call to memcmp.
+inline bool sameName(const std::string& a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < b.size(); ++i)
+    if (a[i] != b[i]) return false;
+  return true;
+}
+
 struct EmissionCache {
   static constexpr std::size_t kEntries = 8;
 
@@ -34,7 +42,7 @@ struct EmissionCache {
   // The entry for (publisher, signal), or null.
   Entry* find(const SignalPublisher* publisher, std::uint64_t identity, std::string_view signal) {
     for (Entry& entry : entries)
-      if (entry.publisher == publisher && entry.identity == identity && sameText(entry.signal, signal)) return &entry;
+      if (entry.publisher == publisher && entry.identity == identity && sameName(entry.signal, signal)) return &entry;
     return nullptr;
   }
   // The entry to fill for (publisher, signal): its own, or the oldest filled. The caller sets
@@ -47,14 +55,6 @@ struct EmissionCache {
     entry.identity = identity;
     entry.signal.assign(signal.data(), signal.size());
     return entry;
-  }
-
-  // Names are short: a plain loop beats a call to memcmp.
-  static bool sameText(const std::string& a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < b.size(); ++i)
-      if (a[i] != b[i]) return false;
-    return true;
   }
 
   Entry entries[kEntries];
