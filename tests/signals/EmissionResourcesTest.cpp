@@ -159,13 +159,13 @@ TEST(EmissionResourcesTest, WhatAThreadRemembersIsNeverTakenForAnotherPublisherO
   std::vector<int> calls(40, 0);
   for (int round = 0; round < 3; ++round) {
     std::vector<std::unique_ptr<Source>> sources;
-    for (int i = 0; i < 20; ++i) {
+    for (std::size_t i = 0; i < 20; ++i) {
       sources.push_back(std::make_unique<Source>());
       sources.back()->connect(Source::tock, [&calls, i](int) { ++calls[2 * i]; });
       sources.back()->connect(Source::tack, [&calls, i](int) { ++calls[2 * i + 1]; });
     }
     for (int pass = 0; pass < 2; ++pass)
-      for (int i = 0; i < 20; ++i) {
+      for (std::size_t i = 0; i < 20; ++i) {
         EXPECT_EQ(1, sources[i]->emit(Source::tock, 0));
         EXPECT_EQ(1, sources[i]->emit(Source::tack, 0));
       }
