@@ -39,10 +39,15 @@ struct EmissionCache {
     std::vector<std::weak_ptr<ConnectionImpl>> connections;  // empty: nothing connected
   };
 
-  // The entry for (publisher, signal), or null.
+  // The entry for (publisher, signal), or null. The one found last is looked at first: a
+  // thread tends to emit one signal many times in a row.
   Entry* find(const SignalPublisher* publisher, std::uint64_t identity, std::string_view signal) {
-    for (Entry& entry : entries)
-      if (entry.publisher == publisher && entry.identity == identity && sameName(entry.signal, signal)) return &entry;
+    if (matches(entries[last], publisher, identity, signal)) return &entries[last];
+    for (std::size_t i = 0; i < kEntries; ++i)
+      if (matches(entries[i], publisher, identity, signal)) {
+        last = i;
+        return &entries[i];
+      }
     return nullptr;
   }
   // The entry to fill for (publisher, signal): its own, or the oldest filled. The caller sets
@@ -57,8 +62,14 @@ struct EmissionCache {
     return entry;
   }
 
+  static bool matches(const Entry& entry, const SignalPublisher* publisher, std::uint64_t identity,
+                      std::string_view signal) {
+    return entry.publisher == publisher && entry.identity == identity && sameName(entry.signal, signal);
+  }
+
   Entry entries[kEntries];
-  std::size_t next = 0;
+  std::size_t next = 0;  // the entry to fill next
+  std::size_t last = 0;  // the entry found last
 };
 
 }  // namespace internal
