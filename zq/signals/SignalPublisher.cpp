@@ -328,17 +328,13 @@ short SignalPublisher::emitWith(std::string_view signal, const FillFrame& fill, 
   // What this thread read of the table stands while the lock counts no stay that could have
   // changed it, unless this thread holds the lock now and may be changing the table itself.
   if (cached != nullptr && cached->version == m_mutex.version() && !m_mutex.heldByCaller()) {
-    if (cached->connections.empty()) return 0;
     for (const std::weak_ptr<ConnectionImpl>& weak : cached->connections)
       if (std::shared_ptr<ConnectionImpl> connection = weak.lock()) connections.push_back(std::move(connection));
   } else {
     const internal::TableReading reading(m_mutex);  // read, not changed: other threads' readings stand
     internal::EmissionCache::Entry& entry = self.emissions.slotFor(this, m_identity, signal);
-    entry.publisher = nullptr;  // until it is whole
-    entry.connections.clear();
     const auto found = m_connections.find(signal);
-    const bool any = found != m_connections.end();
-    if (any) {
+    if (found != m_connections.end()) {
       // One by one: the vector's range assignment is an out-of-line call dearer than a short copy.
       for (const std::shared_ptr<ConnectionImpl>& connection : found->second) {
         connections.push_back(connection);
@@ -346,9 +342,10 @@ short SignalPublisher::emitWith(std::string_view signal, const FillFrame& fill, 
       }
     }
     entry.version = m_mutex.version();
-    entry.publisher = this;
-    if (!any) return 0;
+    entry.publisher = this;  // whole now
   }
+  // No entry holds an empty list: nothing connected, or all of it ended since it was read.
+  if (connections.empty()) return 0;
   // From here on only the snapshot and the thread's stack are touched: a slot may destroy
   // this publisher.
   internal::ThreadFrames& thread = internal::threadFrames();

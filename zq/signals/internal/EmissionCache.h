@@ -50,16 +50,19 @@ struct EmissionCache {
       }
     return nullptr;
   }
-  // The entry to fill for (publisher, signal): its own, or the oldest filled. The caller sets
-  // `publisher` once the entry is whole.
+  // The entry to fill for (publisher, signal), emptied: its own, or the oldest filled. It
+  // matches nothing until the caller, once it is whole, sets `publisher`.
   Entry& slotFor(const SignalPublisher* publisher, std::uint64_t identity, std::string_view signal) {
-    if (Entry* entry = find(publisher, identity, signal)) return *entry;
-    Entry& entry = entries[next];
-    next = (next + 1) % kEntries;
-    entry.publisher = nullptr;
-    entry.identity = identity;
-    entry.signal.assign(signal.data(), signal.size());
-    return entry;
+    Entry* entry = find(publisher, identity, signal);
+    if (entry == nullptr) {
+      entry = &entries[next];
+      next = (next + 1) % kEntries;
+      entry->identity = identity;
+      entry->signal.assign(signal.data(), signal.size());
+    }
+    entry->publisher = nullptr;
+    entry->connections.clear();
+    return *entry;
   }
 
   static bool matches(const Entry& entry, const SignalPublisher* publisher, std::uint64_t identity,
